@@ -1,0 +1,163 @@
+// Frame pipeline through the exported C interface: auto-creation, the fields the pipeline zeroes,
+// independence of devices, determinism, and robustness against arbitrary frame words.
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <random>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "rtmonitor.h"
+#include "support/frames.h"
+
+extern "C" int rtm_c_drive_device(int id);
+
+namespace {
+
+using rtm_test::quietFrame;
+using rtm_test::randomFrame;
+using rtm_test::sameOutput;
+
+// A frame with some life in every channel, so that every stage has work to do.
+ParamsIn livelyFrame(int id, int seq, std::mt19937& rng) {
+    ParamsIn in = quietFrame(id, seq);
+    std::uniform_int_distribution<int> noise(-40, 40);
+    for (int i = 0; i < 200; ++i) in.nHeartData[i] = 512 + noise(rng) + ((i % 160 == 30) ? 250 : 0);
+    for (int i = 0; i < 25; ++i) {
+        in.nBreathChan1[i] = 30000 + 60 * noise(rng);
+        in.nBreathChan0[i] = 30000 + 60 * noise(rng);
+        in.nAccX[i] = 512 + noise(rng);
+        in.nAccY[i] = 512 + noise(rng);
+        in.nAccZ[i] = 640 + noise(rng);
+    }
+    return in;
+}
+
+std::vector<ParamsOut> runAlone(int id, const std::vector<ParamsIn>& frames) {
+    initDevice(id);
+    std::vector<ParamsOut> outs;
+    for (ParamsIn in : frames) {
+        in.nDeviceId = id;
+        ParamsOut out{};
+        processSignal(in, &out);
+        outs.push_back(out);
+    }
+    freeDevice(id);
+    return outs;
+}
+
+std::vector<ParamsIn> livelyRecording(unsigned seed, int frames) {
+    std::mt19937 rng(seed);
+    std::vector<ParamsIn> out;
+    for (int s = 0; s < frames; ++s) out.push_back(livelyFrame(0, s, rng));
+    return out;
+}
+
+TEST(Pipeline, HeaderWorksFromC) { EXPECT_EQ(rtm_c_drive_device(31), 2); }
+
+TEST(Pipeline, UnknownDeviceIsAnalysedWithAFreshState) {
+    ParamsIn in = quietFrame(4711, 0);
+    in.nHeartMode = 1;
+    ParamsOut out;
+    std::memset(&out, 0x5a, sizeof out);
+    EXPECT_EQ(processSignal(in, &out), 1);
+    EXPECT_EQ(out.nPosture, 2);
+    EXPECT_EQ(out.nHeartRate, 0);  // a restart reports no rate
+    for (int m : out.nMovement) EXPECT_EQ(m, 1);  // a device at rest
+    freeDevice(4711);
+}
+
+TEST(Pipeline, ReservedWordsAndTheClockDoNotInfluenceResults) {
+    std::vector<ParamsIn> frames = livelyRecording(7, 40);
+    std::vector<ParamsOut> first = runAlone(100, frames);
+    for (std::size_t i = 0; i < frames.size(); ++i) {
+        frames[i].nReservedA = static_cast<int>(i * 7919);
+        frames[i].nReservedB = -static_cast<int>(i);
+    }
+    std::vector<ParamsOut> second = runAlone(100, frames);
+    ASSERT_EQ(first.size(), second.size());
+    for (std::size_t i = 0; i < first.size(); ++i) EXPECT_TRUE(sameOutput(first[i], second[i])) << "frame " << i;
+}
+
+TEST(Pipeline, InterleavedDevicesMatchTheirSoloRuns) {
+    std::vector<ParamsIn> a = livelyRecording(1, 30);
+    std::vector<ParamsIn> b = livelyRecording(2, 30);
+    std::vector<ParamsOut> soloA = runAlone(201, a);
+    std::vector<ParamsOut> soloB = runAlone(202, b);
+
+    initDevice(201);
+    initDevice(202);
+    for (std::size_t i = 0; i < a.size(); ++i) {
+        ParamsOut outA{};
+        ParamsOut outB{};
+        a[i].nDeviceId = 201;
+        b[i].nDeviceId = 202;
+        processSignal(a[i], &outA);
+        processSignal(b[i], &outB);
+        EXPECT_TRUE(sameOutput(outA, soloA[i])) << "device A frame " << i;
+        EXPECT_TRUE(sameOutput(outB, soloB[i])) << "device B frame " << i;
+    }
+    freeDevice(201);
+    freeDevice(202);
+}
+
+TEST(Pipeline, TwoThreadsOnDifferentDevicesGiveTheSequentialResults) {
+    std::vector<ParamsIn> a = livelyRecording(11, 30);
+    std::vector<ParamsIn> b = livelyRecording(12, 30);
+    std::vector<ParamsOut> soloA = runAlone(301, a);
+    std::vector<ParamsOut> soloB = runAlone(302, b);
+    std::vector<ParamsOut> threadA;
+    std::vector<ParamsOut> threadB;
+    std::thread ta([&] { threadA = runAlone(301, a); });
+    std::thread tb([&] { threadB = runAlone(302, b); });
+    ta.join();
+    tb.join();
+    for (std::size_t i = 0; i < a.size(); ++i) {
+        EXPECT_TRUE(sameOutput(threadA[i], soloA[i])) << "frame " << i;
+        EXPECT_TRUE(sameOutput(threadB[i], soloB[i])) << "frame " << i;
+    }
+}
+
+TEST(Pipeline, AcceptsArbitraryFrameWords) {
+    std::mt19937 rng(2024);
+    const int extremes[] = {INT32_MIN, INT32_MAX, 0, -1, 65535};
+    for (int round = 0; round < 60; ++round) {
+        ParamsIn in = randomFrame(900 + round % 3, rng);
+        if (round % 2 == 0) {
+            int32_t* words = reinterpret_cast<int32_t*>(&in);
+            for (std::size_t w = 1; w < sizeof in / sizeof(int32_t); ++w) words[w] = extremes[(w + round) % 5];
+        }
+        if (round % 10 == 0) in.nHeartMode = 1;
+        ParamsOut out{};
+        EXPECT_EQ(processSignal(in, &out), 1);
+        EXPECT_GE(out.nPosture, 1);
+        EXPECT_LE(out.nPosture, 9);
+        for (int m : out.nMovement) {
+            EXPECT_GE(m, 1);
+            EXPECT_LE(m, 1023);
+        }
+    }
+    for (int id = 900; id < 903; ++id) freeDevice(id);
+}
+
+TEST(Exports, EntryPointsAndMembersAreExportedUnmangled) {
+    const std::string lib = std::string(RTM_BINARY_DIR) + "/librtmonitor.so";
+    const std::string cmd = "nm -D --defined-only -C '" + lib + "' 2>/dev/null";
+    FILE* pipe = popen(cmd.c_str(), "r");
+    ASSERT_NE(pipe, nullptr);
+    std::string symbols;
+    char buf[512];
+    while (fgets(buf, sizeof buf, pipe) != nullptr) symbols += buf;
+    const int status = pclose(pipe);
+    if (status != 0 || symbols.empty()) GTEST_SKIP() << "nm is not available or the library was not found at " << lib;
+    for (const char* name : {" T initDevice\n", " T processSignal\n", " T freeDevice\n",
+                             "GeneralTimeTime::InitRealTime(int)", "GeneralTimeTime::GetMovementData(",
+                             "GeneralTimeTime::DataSugnal(", "CPosture::getPosture(",
+                             "CPosture::slide_window_smooth(", "CPedometerPro::nCountStepNum(",
+                             "CPedometerPro::nLPFilter(int, int)"}) {
+        EXPECT_NE(symbols.find(name), std::string::npos) << name;
+    }
+}
+
+}  // namespace
