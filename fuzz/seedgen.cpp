@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 
 #include <cstdio>
+#include <cstring>
 #include <string>
 #include <vector>
 
@@ -336,6 +337,72 @@ void motionSeeds() {
     }
 }
 
+// ---- k-means text model: dim byte, K byte, then the text --------------------------------------
+void kmeansModelSeeds() {
+    auto model = [](int dimByte, int kByte, const std::string& text) {
+        Bytes b;
+        b.u8(dimByte).u8(kByte);
+        for (char c : text) b.u8(static_cast<unsigned char>(c));
+        return b;
+    };
+    const std::string two =
+        "<KMeans>\n<DimNum> 2 </DimNum>\n<ClusterNum> 2 </CluterNum>\n<Mean>\n72.5 15 \n118 19.25 \n</Mean>\n</KMeans>\n";
+    save("kmeans_model", "two-clusters", model(1, 1, two));
+    save("kmeans_model", "one-cluster",
+         model(1, 0, "<KMeans>\n<DimNum> 2 </DimNum>\n<ClusterNum> 1 </CluterNum>\n<Mean>\n1.5 2 \n</Mean>\n</KMeans>\n"));
+    save("kmeans_model", "crlf-exact",
+         model(2, 0, "<KMeans>\r\n<DimNum> 3 </DimNum>\r\n<ClusterNum> 1 </CluterNum>\r\n<Mean>\r\n"
+                     "0.10000000000000001 -2.5e-300 1.7976931348623157e+308 \r\n</Mean>\r\n</KMeans>\r\n"));
+    save("kmeans_model", "wrong-count", model(1, 1, "<KMeans>\n<DimNum> 2 </DimNum>\n<ClusterNum> 2 </CluterNum>\n<Mean>\n1 2 3 \n4 \n</Mean>\n</KMeans>\n"));
+    save("kmeans_model", "not-numbers", model(0, 0, "<KMeans>\n<DimNum> 1 </DimNum>\n<ClusterNum> 1 </CluterNum>\n<Mean>\nnan \n</Mean>\n</KMeans>\n"));
+}
+
+// ---- k-means sample files: dim-1, K-1, mode bit, passes-1, then the file -----------------------
+void kmeansSampleSeeds() {
+    // Heart and breathing rates of resting and active stretches: two well-separated groups.
+    auto file = [](int n, int announced, int dim) {
+        Bytes b;
+        b.u8(dim - 1).u8(1).u8(0).u8(11);
+        b.s32(announced).s32(dim);
+        rtm_synth::Rng rng(12);
+        for (int i = 0; i < n; ++i) {
+            const bool active = i % 2 == 1;
+            double v[2] = {(active ? 120.0 : 62.0) + 4.0 * rng.gauss(), (active ? 24.0 : 13.0) + rng.gauss()};
+            for (int d = 0; d < dim; ++d) {
+                uint64_t bits;
+                std::memcpy(&bits, &v[d % 2], 8);
+                for (int k = 0; k < 8; ++k) b.u8(static_cast<int>((bits >> (8 * k)) & 0xFF));
+            }
+        }
+        return b;
+    };
+    save("kmeans_samples", "rates-two-groups", file(24, 24, 2));
+    save("kmeans_samples", "shorter-than-announced", file(5, 9, 2));
+    save("kmeans_samples", "one-dimension", file(12, 12, 1));
+    Bytes empty;
+    empty.u8(0).u8(0).u8(1).u8(0);
+    save("kmeans_samples", "empty-file", empty);
+}
+
+// ---- frame files: frames as a host logs them, little-endian words -----------------------------
+void frameFileSeeds() {
+    auto frames = [](int n, bool twoDevices, int partial) {
+        Bytes b;
+        DeviceRecording a(5, 21, 68, 14), c(6, 22, 95, 18);
+        for (int k = 0; k < n; ++k) {
+            ParamsIn f;
+            (twoDevices && k % 2 ? c : a).fill(f, k == 2 ? Segment::OverRange : Segment::Clean);
+            const int32_t* w = reinterpret_cast<const int32_t*>(&f);
+            for (size_t i = 0; i < sizeof f / 4; ++i) b.s32(w[i]);
+        }
+        for (int i = 0; i < partial; ++i) b.u8(i);
+        return b;
+    };
+    save("frame_file", "three-frames", frames(3, false, 0));
+    save("frame_file", "two-devices-cut-short", frames(4, true, 100));
+    save("frame_file", "partial-only", frames(0, false, 700));
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -348,5 +415,8 @@ int main(int argc, char** argv) {
     breathSeeds();
     heartSeeds();
     motionSeeds();
+    kmeansModelSeeds();
+    kmeansSampleSeeds();
+    frameFileSeeds();
     return 0;
 }
