@@ -28,7 +28,7 @@ public:
     // Choose the starting means from N samples of dimNum doubles, back to back, by initMode.
     // Random mode seeds rand() with the calendar time. A picked index outside 0..N-1 (the
     // random pick can step one before its slice) leaves that mean as it was.
-    // Must not be called with clusterNum 0 in random or uniform mode (it then does nothing).
+    // With no clusters there is nothing to pick: random and uniform then do nothing.
     void Init(double* data, int N);
     // The same from an open binary sample file; failed seeks and short reads leave the means
     // (or the bytes of them not delivered) as they were.
@@ -44,9 +44,9 @@ public:
     // Stops after iterLimit passes (at least one) or when three passes (not necessarily in a
     // row) changed the mean cost by less than stopRatio times the previous cost.
     void Cluster(double* data, int N, int* labels);
-    // The same for a binary sample file, writing a binary label file. Nothing is checked: a file
-    // that is missing or shorter than its count still gets N labels, computed from whatever
-    // the failed reads left in the sample buffer.
+    // The same for a binary sample file, writing a binary label file. Nothing is checked: a
+    // file shorter than its count still gets N labels, computed from whatever the failed reads
+    // left in the sample buffer (a missing file reads as a count of 0).
     void Cluster(const char* sampleFileName, const char* labelFileName);
 
     // Returns false (and changes nothing) for a mode other than InitRandom/Manual/Uniform.
@@ -69,7 +69,8 @@ public:
     // The stream is left after the last line read.
     bool ReadModel(std::istream& in, std::string* error = nullptr);
 
-    // Members in this order; hosts may read and set them directly.
+    // Members in this order. Hosts may read them all and set initMode, iterLimit, stopRatio and
+    // the mean values directly; dimNum, clusterNum and the means pointer belong to the object.
     int dimNum;
     int clusterNum;
     double** means;  // clusterNum arrays of dimNum doubles
