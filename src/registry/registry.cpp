@@ -41,7 +41,9 @@ bool GeneralTimeTime::InitRealTime(int id) {
     const int old = lookup(m_vecUserData, id);
     if (old != -1) removeAt(m_vecUserData, old);
 
-    UserDataStruct* record = new UserDataStruct;
+    // Value-initialised: the storage starts at zero before the analysers' constructors run, as
+    // the heart analyser's never-reset counters require.
+    UserDataStruct* record = new UserDataStruct();
     record->nDeviceId = 0;
     record->nSpare = 0;
     record->nDeviceId = id;
