@@ -26,7 +26,8 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
 RTM_FUZZ_TARGET(rtmFuzzBreath) {
     using namespace rtm_fuzz;
     ByteReader in(data, size);
-    std::unique_ptr<CBreathPro> breath(new CBreathPro());
+    std::unique_ptr<ZeroedAnalyser<CBreathPro>> holder(new ZeroedAnalyser<CBreathPro>());
+    CBreathPro* breath = &holder->a;
     breath->BreathProInit();
     breath->BreathnoProInit();
     ChannelSource chan1(false, 77), chan0(false, 91);

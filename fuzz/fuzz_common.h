@@ -8,12 +8,21 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <memory>
 #include <vector>
 
 #include "rtmonitor.h"
 #include "rtmonitor/GeneralRealTime.h"
 
 namespace rtm_fuzz {
+
+// An analyser in storage that starts at zero, as the registry creates them (some counters are
+// never reset by the analyser itself). A plain `new T()` would not zero a class with its own
+// constructor; wrapping it in a struct without one does.
+template <class T>
+struct ZeroedAnalyser {
+    T a;
+};
 
 struct Stats {
     uint64_t frames = 0;       // frames (or stage blocks) handed to the library
@@ -39,7 +48,8 @@ inline void printStats() {
 inline void detectStandIns() {
     int32_t in[200] = {}, wave[200], d0[25], d1[25];
     {
-        CBeatMeasure heart;
+        std::unique_ptr<ZeroedAnalyser<CBeatMeasure>> holder(new ZeroedAnalyser<CBeatMeasure>());
+        CBeatMeasure& heart = holder->a;
         const SettingParameter settings{190, 120, 50};
         heart.HeartProInit();
         heart.Init(settings);
@@ -49,7 +59,8 @@ inline void detectStandIns() {
         stats().checkHeart = rate != -7;
     }
     {
-        CBreathPro breath;
+        std::unique_ptr<ZeroedAnalyser<CBreathPro>> holder(new ZeroedAnalyser<CBreathPro>());
+        CBreathPro& breath = holder->a;
         breath.BreathProInit();
         breath.BreathnoProInit();
         int rate = -7, status = -7;

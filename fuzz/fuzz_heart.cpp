@@ -27,7 +27,8 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
 RTM_FUZZ_TARGET(rtmFuzzHeart) {
     using namespace rtm_fuzz;
     ByteReader in(data, size);
-    std::unique_ptr<CBeatMeasure> heart(new CBeatMeasure());
+    std::unique_ptr<ZeroedAnalyser<CBeatMeasure>> holder(new ZeroedAnalyser<CBeatMeasure>());
+    CBeatMeasure* heart = &holder->a;
     // The settings are not read by the analyser; the values are the ones the registry passes.
     const SettingParameter settings{190, 120, 50};
     heart->HeartProInit();
