@@ -19,7 +19,7 @@ for t in "$@"; do
     seeds=("$here/corpus/$t")
     [ -d "$here/regressions/$t" ] && seeds+=("$here/regressions/$t")
     echo "== fuzz $t for ${secs}s"
-    "$OUT/fuzz_$t" "$work" "${seeds[@]}" -max_total_time="$secs" -timeout=10 -rss_limit_mb=2048 \
+    "$OUT/fuzz_$t" "$work" "${seeds[@]}" -max_total_time="$secs" -timeout=30 -rss_limit_mb=2048 \
         -max_len=16384 -print_final_stats=1 -artifact_prefix="$findings/" >"$log" 2>&1
     rc=$?
     execs=$(grep -o 'stat::number_of_executed_units: [0-9]*' "$log" | tail -1 | awk '{print $2}')
