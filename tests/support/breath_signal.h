@@ -1,6 +1,6 @@
 // Synthetic respiration for the breath tests and benchmark: 30000 + amplitude * sin(2 pi f t)
-// raw counts at 25 samples/s, plus uniform noise of +-noise counts from a fixed-seed generator,
-// so every run sees the same samples. The true rate (breaths per minute) is the generator's.
+// raw counts at 25 samples/s plus uniform noise of +-noise counts from a fixed-seed LCG, so every
+// run sees the same samples; f is the true rate in breaths per minute / 60.
 #pragma once
 
 #include <cmath>
@@ -10,20 +10,19 @@
 
 namespace rtm_test {
 
-constexpr int kBreathBlock = 25;  // samples per frame at 25 samples/s
+constexpr int kBreathBlock = 25;  // samples per frame
 
 class BreathSignal {
 public:
-    explicit BreathSignal(double breathsPerMinute, int amplitude = 1500, int noise = 20,
-                          uint32_t seed = 12345)
-        : bpm_(breathsPerMinute), amplitude_(amplitude), noise_(noise), state_(seed) {}
-
+    explicit BreathSignal(double bpm, int amplitude = 1500, int noise = 20, uint32_t seed = 12345)
+        : bpm_(bpm), amplitude_(amplitude), noise_(noise), state_(seed) {}
     int next() {
-        const double kPi = 3.14159265358979323846;
         const double t = static_cast<double>(sample_++) / kBreathBlock;
-        state_ = state_ * 1664525u + 1013904223u;  // LCG: portable and fixed across platforms
-        const int jitter = noise_ > 0 ? static_cast<int>((state_ >> 16) % (2u * noise_ + 1u)) - noise_ : 0;
-        return static_cast<int>(std::lround(30000.0 + amplitude_ * std::sin(2.0 * kPi * bpm_ / 60.0 * t))) + jitter;
+        state_ = state_ * 1664525u + 1013904223u;
+        const int jitter = static_cast<int>((state_ >> 16) % (2u * noise_ + 1u)) - noise_;
+        return static_cast<int>(std::lround(
+                   30000.0 + amplitude_ * std::sin(2.0 * 3.14159265358979323846 * bpm_ / 60.0 * t))) +
+               jitter;
     }
     void nextBlock(int* out) {
         for (int i = 0; i < kBreathBlock; ++i) out[i] = next();
@@ -37,7 +36,6 @@ private:
     long sample_ = 0;
 };
 
-// What one 25-sample call of the analyser returns.
 struct BreathBlockOut {
     int display0[kBreathBlock];
     int display1[kBreathBlock];
@@ -45,10 +43,9 @@ struct BreathBlockOut {
     int status;
 };
 
-// A freshly reset analyser, as the device registry prepares one.
+// Reset as the device registry does it.
 void resetBreath(CBreathPro& a);
-
-// One call with the same samples on both channels (chan0 == nullptr) or two channels.
+// One call; channel 0 gets chan1's samples unless given.
 BreathBlockOut feedBreathBlock(CBreathPro& a, const int* chan1, const int* chan0 = nullptr);
 
 }  // namespace rtm_test
