@@ -78,6 +78,8 @@ public:
     void xRange(double a, double b) { x0_ = a, x1_ = b; }
     void yRange(double a, double b) { y0_ = a, y1_ = b, fixedY_ = true; }
     void note(std::string n) { note_ = std::move(n); }
+    // Range shown when no series has a value, and the least span the axis covers otherwise.
+    void emptyYRange(double a, double b) { emptyLo_ = a, emptyHi_ = b; }
 
     std::string svg() const {
         double y0 = y0_, y1 = y1_;
@@ -115,7 +117,10 @@ private:
         for (const Series& s : lines_)
             for (double v : s.y)
                 if (std::isfinite(v)) lo = std::min(lo, v), hi = std::max(hi, v);
-        if (!std::isfinite(lo)) lo = 0, hi = 1;
+        if (!std::isfinite(lo)) {
+            lo = emptyLo_, hi = emptyHi_;
+            return;
+        }
         if (hi - lo < 1e-9) lo -= 1, hi += 1;
         const double pad = (hi - lo) * 0.06;
         lo -= pad, hi += pad;
@@ -204,6 +209,7 @@ private:
     std::vector<Series> lines_;
     double x0_ = 0, x1_ = 1, y0_ = 0, y1_ = 1;
     bool fixedY_ = false;
+    double emptyLo_ = 0, emptyHi_ = 1;
     std::string note_;
 };
 
@@ -342,6 +348,7 @@ std::string Report::deviceSection(const Device& d) const {
     {
         Plot p("heart-rate", d.id, "Heart rate (beats/min)", "time (s)", 240);
         p.xRange(0, std::max(1.0, duration));
+        p.emptyYRange(0, 150);
         if (d.hasTruth) p.add({"generator truth", "#777", truthSeries(d.hrTrue), 0.5, 1, true, 1.5});
         p.add({"library", "#c62828", rateSeries(d.hr), 0.5, 1, false, 1.8});
         if (median(d.hr) == 0) p.note("no heart rate reported");
@@ -350,6 +357,7 @@ std::string Report::deviceSection(const Device& d) const {
     {
         Plot p("breath-rate", d.id, "Breathing rate (breaths/min)", "time (s)", 240);
         p.xRange(0, std::max(1.0, duration));
+        p.emptyYRange(0, 40);
         if (d.hasTruth) p.add({"generator truth", "#777", truthSeries(d.brTrue), 0.5, 1, true, 1.5});
         p.add({"library", "#1565c0", rateSeries(d.br), 0.5, 1, false, 1.8});
         if (median(d.br) == 0) p.note("no breathing rate reported");
@@ -405,6 +413,9 @@ std::string Report::deviceSection(const Device& d) const {
         Plot p("movement", d.id, "Movement level per second (1..1023)", "time (s)", 220);
         p.xRange(0, std::max(1.0, duration));
         std::vector<double> mx(d.moveMax.begin(), d.moveMax.end());
+        // A device at rest reads 1 throughout; keep such a trace flat at the bottom.
+        const double top = mx.empty() ? 0.0 : *std::max_element(mx.begin(), mx.end());
+        p.yRange(0, std::max(50.0, top * 1.08));
         p.add({"largest", "#ef6c00", mx, 0.5, 1, false, 1.4});
         p.add({"mean", "#4e342e", d.moveMean, 0.5, 1, false, 1.2});
         o << p.svg();
