@@ -257,8 +257,7 @@ std::vector<double> makeBeats(const Timeline& tl, const std::vector<BreathCycle>
 }
 
 void renderEcg(const Timeline& tl, const std::vector<double>& beats,
-               const std::vector<BreathCycle>& breaths, const SynthOptions& o, Rng& rng,
-               std::vector<double>& ecg) {
+               const std::vector<BreathCycle>& breaths, Rng& rng, std::vector<double>& ecg) {
     const double base = 220.0 + 60.0 * rng.uniform();
     const double stepHz = 1.8 + 0.1 * rng.uniform();
     const double wanderPhase = 2.0 * kPi * rng.uniform();
@@ -299,7 +298,6 @@ void renderEcg(const Timeline& tl, const std::vector<double>& beats,
         }
         ecg[n] += v;
     }
-    (void)o;
 }
 
 int toCounts(double v, int lo, int hi) {
@@ -353,7 +351,7 @@ Recording synthesize(const SynthOptions& o) {
 
     const size_t seconds = static_cast<size_t>(o.seconds);
     std::vector<double> ecg(seconds * kHeartRate, 0.0);
-    renderEcg(tl, rec.beatTimes, breaths, o, ecgRng, ecg);
+    renderEcg(tl, rec.beatTimes, breaths, ecgRng, ecg);
 
     const double stepHz = 1.8 + 0.1 * accRng.uniform();
     const double driftPhase = 2.0 * kPi * accRng.uniform();
