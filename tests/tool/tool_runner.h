@@ -77,7 +77,8 @@ protected:
     // `args` is appended to the tool's path as shell words; keep them free of quotes.
     RunResult run(const std::string& args) const {
         const std::string out = path(".stdout"), err = path(".stderr");
-        const std::string cmd = std::string(RTM_BINARY_DIR) + "/rtmonitor " + args + " >" + out + " 2>" + err;
+        const std::string cmd =
+            "'" + std::string(RTM_BINARY_DIR) + "/rtmonitor' " + args + " >'" + out + "' 2>'" + err + "'";
         const int raw = std::system(cmd.c_str());
         RunResult r;
         r.status = (raw != -1 && WIFEXITED(raw)) ? WEXITSTATUS(raw) : -1;
