@@ -1,16 +1,15 @@
-// Ring-position helpers of the cardiac detector: positions in the 4000-sample rings (20 s at
-// 200 samples/s) and in the 20-slot beat and candidate rings. Offsets round a position are
-// small, but positions can reach the analyser through public members, so every wrap is a true
-// modulo on 64-bit values and can never index outside a ring.
+// Offset arithmetic on ring positions for the main-peak search and the driver: p + offset
+// wrapped into the 4000-sample rings or the 20-slot beat rings. Positions can reach the analyser
+// through public members and arguments, so the sum is formed in 64 bits before the modulo and
+// can neither overflow nor index outside a ring (heart_math.h has the plain 32-bit wraps).
 #pragma once
 
 #include <cstdint>
 
+#include "heart/heart_math.h"
+
 namespace rtm {
 namespace heart {
-
-constexpr int kRingSamples = 4000;
-constexpr int kSlots = 20;
 
 // x modulo n, in 0..n-1, for any int64 x.
 inline int wrapModulo(int64_t x, int n) {
@@ -20,10 +19,10 @@ inline int wrapModulo(int64_t x, int n) {
 }
 
 // A position of the 4000-sample rings, p + offset wrapped into 0..3999.
-inline int ringAt(int64_t p, int64_t offset = 0) { return wrapModulo(p + offset, kRingSamples); }
+inline int ringAt(int64_t p, int64_t offset = 0) { return wrapModulo(p + offset, kRingLength); }
 
 // A slot of the 20-entry rings, i + offset wrapped into 0..19.
-inline int slotAt(int64_t i, int64_t offset = 0) { return wrapModulo(i + offset, kSlots); }
+inline int slotAt(int64_t i, int64_t offset = 0) { return wrapModulo(i + offset, kBeatSlots); }
 
 }  // namespace heart
 }  // namespace rtm
