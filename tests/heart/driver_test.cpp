@@ -140,16 +140,6 @@ TEST(OverRange, HoldsTheLastRateForItselfAndFiveNormalPackets) {
     EXPECT_NEAR(released.rate, 75, 2);  // from the beat history again
 }
 
-TEST(OverRange, TheAmplitudeIsNotStoredAsTypical) {
-    Feeder feeder;
-    auto signal = signalAt(75);
-    feeder.run(signal, 20);
-    int before[10];
-    std::copy(feeder.beat().nWavePeakRing, feeder.beat().nWavePeakRing + 10, before);
-    feeder.feed(rtm::test::overRangePacket());
-    for (int k = 0; k < 10; ++k) EXPECT_EQ(feeder.beat().nWavePeakRing[k], before[k]);
-}
-
 // A packet 2.2 times the typical amplitude (mean of the 3rd..8th smallest of the last ten)
 // holds the rate like an over-range one. Large packets are stored too, so the typical amplitude
 // follows them: a run of them stops counting as large after a few packets.
@@ -226,18 +216,6 @@ TEST(BadInput, NullSamplesOrCountOutsideTheRangeGiveZero) {
                       &out.quality);
     EXPECT_EQ(out.rate, 0);
     EXPECT_EQ(b.nLastHeartRate, 0);
-}
-
-TEST(BadInput, LongestPacketIsAnalysed) {
-    Feeder feeder;
-    std::vector<int> samples(3950);
-    auto signal = signalAt(75);
-    signal.fill(samples.data(), 3950);
-    std::vector<int> wave(3950, -1);
-    int quality = -1;
-    feeder.beat().GetHeartRate(0, 1, samples.data(), 3950, wave.data(), &quality);
-    EXPECT_EQ(quality, 1);
-    EXPECT_NE(wave[3949], -1);
 }
 
 // Rate from the beat history (CountMeanHR) on hand-written intervals.

@@ -31,11 +31,6 @@ protected:
     std::unique_ptr<heart_run::Holder> holder;
 };
 
-TEST_F(RhythmEvents, QuietHistoryHasNoEvent) {
-    history(9, {1, 1, 1, 1, 1, 1, 1, 1, 1, 1});
-    EXPECT_EQ(b().GetEventType(9), 0);
-}
-
 TEST_F(RhythmEvents, AlternatingEarlyBeatsGiveSix) {
     history(3, {2, 1, 2, 1, 2, 1, 2});  // slots 17..3, wrapping
     EXPECT_EQ(b().GetEventType(3), 6);

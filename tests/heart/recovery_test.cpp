@@ -1,6 +1,7 @@
 // Recovery after long disturbed runs: flat, over-range, random and extreme packets, then clean
-// signal at a different rate. The analyser must find the new rate again (measured: 5 to 19
-// packets depending on the run; the bounds here leave a margin). Extreme sample values, packet
+// signal at a different rate. The analyser must find the new rate again (after 300 disturbed
+// packets, measured: flat 7, over range 10, full-scale random 9, small random 5, INT_MIN/INT_MAX
+// 18 packets; the bound here leaves a margin). Extreme sample values, packet
 // numbers and modes must stay defined (checked by the sanitizer build).
 #include <gtest/gtest.h>
 
@@ -63,6 +64,7 @@ TEST_P(Recovery, NewRateIsFoundAfterALongDisturbedRun) {
     uint32_t state = 12345;
     for (int k = 0; k < 300; ++k) feeder.feed(disturbed(GetParam(), state));
     const int packets = packetsToRecover(feeder);
+    RecordProperty("packets_to_recover", packets);
     EXPECT_GT(packets, 0);
     EXPECT_LE(packets, 30);
 }
@@ -72,19 +74,6 @@ INSTANTIATE_TEST_SUITE_P(Runs, Recovery,
                                            Disturbance::RandomFullScale, Disturbance::RandomNoise,
                                            Disturbance::Extremes),
                          disturbanceName);
-
-TEST(Recovery, ShortBurstsBetweenCleanPacketsNeverStick) {
-    Feeder feeder;
-    auto signal = signalAt(75);
-    feeder.run(signal, 70);
-    uint32_t state = 99;
-    for (int round = 0; round < 20; ++round) {
-        const auto kind = static_cast<Disturbance>(round % 5);
-        for (int k = 0; k < 1 + round % 4; ++k) feeder.feed(disturbed(kind, state));
-        feeder.run(signal, 3);
-    }
-    EXPECT_GT(packetsToRecover(feeder), 0);
-}
 
 TEST(ExtremeInput, SequenceNumbersAndModesStayDefined) {
     Feeder feeder;
