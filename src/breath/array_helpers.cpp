@@ -1,0 +1,171 @@
+// Array statistics of the respiration analyser on caller-owned arrays (ranges are [start, end)).
+// Integer sums wrap at 32 bits and integer divisions truncate toward zero, as the rate decisions
+// were tuned on; the float mean ignores values below 4.0 so that zeros and implausibly slow
+// rates only shorten a trimmed mean and never pull it down. No member of the analyser is read.
+#include <cmath>
+#include <cstring>
+
+#include "common/exact_math.h"
+#include "rtmonitor/CBreathPro.h"
+
+namespace {
+
+// Values of a rate history below this are left out of every float mean.
+constexpr float kRateMeanFloor = 4.0f;
+
+int32_t wrappedSum(const int* a, int start, int end) {
+    uint32_t sum = 0;
+    for (int i = start; i < end; ++i) sum += static_cast<uint32_t>(a[i]);
+    return static_cast<int32_t>(sum);
+}
+
+// Integer sample standard deviation: the squared deviations from the truncated mean are summed
+// with 32-bit wrap, divided by (count - 1) as integers, and only then rooted in double precision.
+// A wrapped negative sum gives NaN, which converts to INT32_MIN.
+int32_t integerStd(const int* a, int start, int end, int32_t mean) {
+    int32_t sq = 0;
+    for (int i = start; i < end; ++i) {
+        const int32_t d = rtm::wrapSub32(a[i], mean);
+        sq = rtm::wrapAdd32(sq, rtm::wrapMul32(d, d));
+    }
+    const int32_t q = rtm::truncDiv32(sq, rtm::wrapSub32(end - start, 1));
+    return rtm::floatToIntX86(std::sqrt(static_cast<double>(q)));
+}
+
+}  // namespace
+
+bool CBreathPro::judgezeros(int* a, int start, int end, int value, int runLength) {
+    if (start >= end) return true;
+    int run = 0;
+    for (int i = start; i < end; ++i) {
+        if (a[i] != value) {
+            run = 0;
+        } else if (run == 0) {
+            // The first sample of a run only starts it; the length test begins with the second,
+            // so a run length of 1 behaves like 2.
+            run = 1;
+        } else {
+            run += 1;
+            if (run >= runLength) return false;
+        }
+    }
+    return true;
+}
+
+int CBreathPro::DataMax_Min_Mean_std(int* a, int start, int end, int* pMax, int* pMin, int* pMean,
+                                     int* pStd) {
+    if (start >= end) {
+        *pMean = 0;
+        *pMax = a[start];
+        *pMin = a[start];
+        return 1;
+    }
+    int32_t mx = a[start];
+    int32_t mn = a[start];
+    for (int i = start; i < end; ++i) {
+        if (a[i] > mx) mx = a[i];
+        if (a[i] < mn) mn = a[i];
+    }
+    const int32_t mean = rtm::truncDiv32(wrappedSum(a, start, end), end - start);
+    *pMax = mx;
+    *pMin = mn;
+    *pMean = mean;
+    *pStd = (end - start == 1) ? 0 : integerStd(a, start, end, mean);
+    return 1;
+}
+
+int CBreathPro::DataMax(int* a, int start, int end) {
+    int32_t mx = a[start];
+    for (int i = start; i < end; ++i)
+        if (a[i] > mx) mx = a[i];
+    return mx;
+}
+
+int CBreathPro::DataMin(int* a, int start, int end) {
+    int32_t mn = a[start];
+    for (int i = start; i < end; ++i)
+        if (a[i] < mn) mn = a[i];
+    return mn;
+}
+
+int CBreathPro::DataMean(int* a, int start, int end) {
+    if (start >= end) return 0;
+    return rtm::truncDiv32(wrappedSum(a, start, end), end - start);
+}
+
+// One element would divide by zero; it gives 0 here (no caller passes fewer than two).
+int CBreathPro::Datastd(int* a, int start, int end) {
+    if (start >= end || end - start == 1) return 0;
+    return integerStd(a, start, end, rtm::truncDiv32(wrappedSum(a, start, end), end - start));
+}
+
+float CBreathPro::DataMeanfloat(float* a, int start, int end) {
+    float sum = 0.0f;
+    int count = 0;
+    for (int i = start; i < end; ++i) {
+        if (a[i] >= kRateMeanFloor) {
+            sum += a[i];
+            ++count;
+        }
+    }
+    return count == 0 ? 0.0f : sum / static_cast<float>(count);
+}
+
+void CBreathPro::diff(int* a, int n, int* out) {
+    for (int k = 0; k + 1 < n; ++k) out[k] = rtm::wrapSub32(a[k + 1], a[k]);
+}
+
+void CBreathPro::Arrayshiftint(int* a, int n, int v) {
+    if (n < 1) return;
+    std::memmove(a, a + 1, static_cast<std::size_t>(n - 1) * sizeof(int));
+    a[n - 1] = v;
+}
+
+void CBreathPro::Arrayshiftfloat(float* a, int n, float v) {
+    if (n < 1) return;
+    std::memmove(a, a + 1, static_cast<std::size_t>(n - 1) * sizeof(float));
+    a[n - 1] = v;
+}
+
+// The 32-bit sum of squares wraps from about 46.3^2 * 1e6 on; a wrapped negative sum gives NaN,
+// which the driver takes as "not zero and not above 50". Do not widen the sum.
+float CBreathPro::energysum(int* a, int n) {
+    if (n < 1) return 0.0f;
+    int32_t sq = 0;
+    for (int i = 0; i < n; ++i) sq = rtm::wrapAdd32(sq, rtm::wrapMul32(a[i], a[i]));
+    return static_cast<float>(std::sqrt(static_cast<double>(static_cast<float>(sq)) / 1000000.0));
+}
+
+// Trailing mean with a running sum; the sum wraps like the direct 32-bit sum of the window,
+// so both give the same result. A width below 1 is taken as 1.
+void CBreathPro::moving_average_smooth(int* a, int n, int w, int* out) {
+    if (w < 1) w = 1;
+    uint32_t sum = 0;
+    for (int i = 0; i < n; ++i) {
+        sum += static_cast<uint32_t>(a[i]);
+        if (i >= w) sum -= static_cast<uint32_t>(a[i - w]);
+        const int32_t terms = (i + 1 < w) ? i + 1 : w;
+        out[i] = rtm::truncDiv32(static_cast<int32_t>(sum), terms);
+    }
+}
+
+void CBreathPro::sortfloat(float* a, int n) {
+    for (int pass = 0; pass < n - 1; ++pass) {
+        for (int j = 0; j < n - 1 - pass; ++j) {
+            if (a[j] > a[j + 1]) {
+                const float t = a[j];
+                a[j] = a[j + 1];
+                a[j + 1] = t;
+            }
+        }
+    }
+}
+
+bool CBreathPro::JudgeArrayequlity(int* a, int n) {
+    if (n < 1) return n == 0;
+    for (int i = 1; i < n; ++i)
+        if (a[i] != a[0]) return false;
+    return true;
+}
+
+int CBreathPro::min(int a, int b) { return a < b ? a : b; }

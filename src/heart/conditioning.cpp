@@ -1,0 +1,122 @@
+// Heart-signal conditioning: median baseline removal, running-mean removal and the 29-tap
+// low-pass that feeds the detection rings, plus the per-sample chain that ties them together.
+// Input: raw ECG counts at 200 samples/s. Output: baseline-free counts; the display copy sits
+// on an offset of 512. All arithmetic is 32-bit and wraps; divisions truncate toward zero.
+#include <algorithm>
+#include <array>
+#include <vector>
+
+#include "common/exact_math.h"
+#include "heart/heart_math.h"
+#include "rtmonitor/CBeatMeasure.h"
+
+using rtm::truncDiv32;
+using rtm::wrapAdd32;
+using rtm::wrapMul32;
+using rtm::wrapSub32;
+
+namespace {
+
+// Index of the result in the sorted values: the exact median of the 51 samples the baseline
+// stage passes. It is fixed, not derived from the count.
+constexpr int kMedianIndex = 25;
+constexpr int kBaseWindow = 200;
+constexpr int kDisplayOffset = 512;
+// Samples before the display waveform leaves its flat 512: the median ring must be full.
+constexpr int kWarmupSamples = 50;
+constexpr int kWarmupDone = 400;
+
+// Low-pass taps by lag from the newest sample; symmetric about lag 14, sum 10615 (gain 1.0615
+// at zero frequency), 14 samples (70 ms) of delay. Divided by 10000.
+constexpr int kLowPassTaps = CBeatMeasure::kLowPassTaps;
+constexpr int kLowPassCentre = 14;
+static constexpr int kLowPassCoefficients[kLowPassTaps] = {
+    -112, 173,  269, -136, 74,    183,  -314, 184, 214, -579, 503, 242, -1466, 2613, 6919,
+    2613, -1466, 242, 503,  -579, 214,  184,  -314, 183, 74,   -136, 269, 173,  -112};
+constexpr int kLowPassDivisor = 10000;
+
+}  // namespace
+
+int CBeatMeasure::medfilt1(int* data, int count, int) {
+    if (data == nullptr || count <= kMedianIndex) return 0;
+    // Only the element at the fixed index matters, so a partial selection gives the same value
+    // as sorting. The baseline stage always passes 51 values, which fit the stack buffer.
+    if (count <= kMedianLength) {
+        std::array<int, kMedianLength> scratch;
+        std::copy(data, data + count, scratch.begin());
+        std::nth_element(scratch.begin(), scratch.begin() + kMedianIndex, scratch.begin() + count);
+        return scratch[kMedianIndex];
+    }
+    std::vector<int> scratch(data, data + count);
+    std::nth_element(scratch.begin(), scratch.begin() + kMedianIndex, scratch.end());
+    return scratch[kMedianIndex];
+}
+
+int CBeatMeasure::BaseFilter(int x) {
+    if (nBaseCount < kBaseWindow) {
+        // Warm-up: subtract the plain mean of everything seen so far.
+        nBaseCount += 1;
+        nBaseSum = wrapAdd32(nBaseSum, x);
+        return wrapSub32(x, truncDiv32(nBaseSum, nBaseCount));
+    }
+    // Leaky integrator: the estimate moves by 1/200 of the error; the mean is read after the update.
+    const int d = wrapSub32(x, truncDiv32(nBaseSum, kBaseWindow));
+    nBaseSum = wrapAdd32(nBaseSum, d);
+    return wrapSub32(x, truncDiv32(nBaseSum, kBaseWindow));
+}
+
+int CBeatMeasure::LowFilterHeart(int x) {
+    int pos = nLowPassPos;
+    if (pos < 0 || pos >= kLowPassTaps) pos = rtm::heart::wrapIndex(pos, kLowPassTaps);
+    nLowPassRing[pos] = x;
+
+    auto lag = [&](int l) { return nLowPassRing[rtm::heart::wrapIndex(pos - l, kLowPassTaps)]; };
+    // Wrapping sums and products are associative modulo 2^32, so pairing the symmetric taps
+    // gives the same word as summing the 29 products one by one.
+    int sum = 0;
+    for (int l = 0; l < kLowPassCentre; ++l) {
+        const int pair = wrapAdd32(lag(l), lag(kLowPassTaps - 1 - l));
+        sum = wrapAdd32(sum, wrapMul32(pair, kLowPassCoefficients[l]));
+    }
+    sum = wrapAdd32(sum, wrapMul32(lag(kLowPassCentre), kLowPassCoefficients[kLowPassCentre]));
+
+    nLowPassPos = (pos + 1 == kLowPassTaps) ? 0 : pos + 1;
+    return truncDiv32(sum, kLowPassDivisor);
+}
+
+int CBeatMeasure::GetWavePeak(int* data, int count) {
+    if (data == nullptr || count < 1) return 0;
+    int lo = data[0];
+    int hi = data[0];
+    for (int i = 1; i < count; ++i) {
+        lo = std::min(lo, data[i]);
+        hi = std::max(hi, data[i]);
+    }
+    return wrapSub32(hi, lo);
+}
+
+int CBeatMeasure::Processingheartdata(int, int nSample, int* pOut) {
+    nWarmupCount = wrapAdd32(nWarmupCount, 1);
+
+    int p = nMedianRingPos;
+    if (p < 0 || p >= kMedianLength) p = rtm::heart::wrapIndex(p, kMedianLength);
+    nMedianRing[p] = nSample;
+    // The centre of the 51 samples held: 25 places behind the newest.
+    const int delayed = (p >= 25) ? nMedianRing[p - 25] : nMedianRing[p + 26];
+    nMedianRingPos = (p + 1 == kMedianLength) ? 0 : p + 1;
+
+    const int b = BaseFilter(wrapSub32(delayed, medfilt1(nMedianRing, kMedianLength, kMedianLength)));
+
+    nSmoothHist[0] = nSmoothHist[1];
+    nSmoothHist[1] = nSmoothHist[2];
+    nSmoothHist[2] = b;
+
+    int display = kDisplayOffset;
+    if (nWarmupCount > kWarmupSamples) {
+        nWarmupCount = kWarmupDone;  // stops counting for good
+        const int sum = wrapAdd32(wrapAdd32(nSmoothHist[0], nSmoothHist[1]), nSmoothHist[2]);
+        display = wrapAdd32(truncDiv32(sum, 3), kDisplayOffset);
+    }
+    if (pOut != nullptr) *pOut = display;
+    return b;
+}

@@ -1,0 +1,185 @@
+// Detection thresholds: the convex (sharpness) operator, the ring searches, and the learners that
+// set the energy, convex-peak and absolute-height thresholds from the maxima of the last seconds.
+// Rings hold 4000 samples (20 s at 200 samples/s); positions wrap modulo 4000. Thresholds are in
+// the units of the ring they apply to (scaled filtered counts).
+#include <algorithm>
+#include <array>
+
+#include "common/exact_math.h"
+#include "heart/heart_math.h"
+#include "rtmonitor/CBeatMeasure.h"
+
+using rtm::heart::kRingLength;
+using rtm::heart::ringIndex;
+using rtm::truncDiv32;
+using rtm::wrapAdd32;
+using rtm::wrapMul32;
+using rtm::wrapSub32;
+
+namespace {
+
+// The convex operator compares a sample with its neighbours three samples (15 ms) away.
+constexpr int kConvexStep = 3;
+// Lowest convex-peak and absolute-height thresholds a learner may set.
+constexpr int kMinHeightThreshold = 100;
+// A learnt mean must exceed this to replace a height threshold.
+constexpr int kMinLearntMean = 9;
+// Span before a candidate over which it must dominate, and the spacing from the newest peak.
+constexpr int kDominanceSpan = 35;
+constexpr int kMinPeakSpacing = 30;
+// Largest look-back the learners are asked for is 10 s; the buffer allows the whole ring.
+constexpr int kMaxSeconds = kRingLength / 200;
+
+int leadRow(int lead) { return (lead >= 0 && lead < CBeatMeasure::kLeadRows) ? lead : 0; }
+
+}  // namespace
+
+int CBeatMeasure::Convexpointoperator(int lead) {
+    const int row = leadRow(lead);
+    const int* f = nFilteredRing[row];
+    const int c = ringIndex(nRingPos - kConvexStep);
+    const int twice = wrapMul32(f[c], 2);
+    const int diff = wrapSub32(wrapSub32(twice, f[ringIndex(c + kConvexStep)]), f[ringIndex(c - kConvexStep)]);
+    nConvexRing[row][c] = rtm::wrapAbs32(diff);
+    return 1;
+}
+
+int CBeatMeasure::lngFindLocalMaxLocation(int* ring, int from, int to, int len, int& pos) {
+    pos = from;
+    if (ring == nullptr || len < 1) return 0;
+    // (to - from) taken in 0..len-1; 64-bit so that no pair of positions can overflow.
+    const long long diff = static_cast<long long>(to) - from;
+    const int count = static_cast<int>(((diff % len) + len) % len);
+    int idx = rtm::heart::wrapIndex(from, len);
+    int best = ring[idx];
+    for (int k = 0; k < count; ++k) {
+        // Strictly greater: the first occurrence of the maximum wins.
+        if (ring[idx] > best) {
+            best = ring[idx];
+            pos = idx;
+        }
+        idx = (idx + 1 == len) ? 0 : idx + 1;
+    }
+    return best;
+}
+
+int CBeatMeasure::lngFindLocalMinLocation(int* ring, int from, int to, int len, int& pos) {
+    pos = from;
+    if (ring == nullptr || len < 1) return 0;
+    const long long diff = static_cast<long long>(to) - from;
+    const int count = static_cast<int>(((diff % len) + len) % len);
+    int idx = rtm::heart::wrapIndex(from, len);
+    int best = ring[idx];
+    for (int k = 0; k < count; ++k) {
+        if (ring[idx] < best) {
+            best = ring[idx];
+            pos = idx;
+        }
+        idx = (idx + 1 == len) ? 0 : idx + 1;
+    }
+    return best;
+}
+
+namespace {
+
+// The maxima of the n whole seconds before write position P, newest second first. The span of
+// second k starts at P + 3 - k * rate, with a single +4000 correction as the learners have always
+// applied it; the search itself wraps every position.
+int secondMaxima(CBeatMeasure& beat, int* ring, int writePos, int seconds,
+                 std::array<int, kMaxSeconds>& maxima) {
+    const int n = std::min(seconds, kMaxSeconds);
+    for (int k = 1; k <= n; ++k) {
+        int start = wrapSub32(wrapAdd32(writePos, 3), wrapMul32(k, beat.nSampleRate));
+        if (start < 0) start = wrapAdd32(start, kRingLength);
+        int pos = 0;
+        maxima[k - 1] = beat.lngFindLocalMaxLocation(ring, start, wrapAdd32(start, beat.nSampleRate),
+                                                     kRingLength, pos);
+    }
+    return n < 0 ? 0 : n;
+}
+
+// Mean of the positive values left after dropping the largest and the smallest; `positives`
+// receives how many took part. Sums wrap at 32 bits like the original accumulator.
+int trimmedPositiveMean(std::array<int, kMaxSeconds>& maxima, int n, int& positives) {
+    std::sort(maxima.begin(), maxima.begin() + n);
+    int sum = 0;
+    positives = 0;
+    for (int k = 1; k < n - 1; ++k) {
+        if (maxima[k] > 0) {
+            sum = wrapAdd32(sum, maxima[k]);
+            positives += 1;
+        }
+    }
+    return positives > 0 ? truncDiv32(sum, positives) : 0;
+}
+
+// Shared body of the two height learners: true when the mean of the trimmed second-maxima is
+// large enough to become the threshold (never below 100).
+bool learnHeight(CBeatMeasure& beat, int* ring, int seconds, int& threshold) {
+    if (beat.nSecondsCount < 5) return false;
+    std::array<int, kMaxSeconds> maxima{};
+    const int n = secondMaxima(beat, ring, beat.nRingPos, seconds, maxima);
+    if (n < 3) return false;
+    int positives = 0;
+    const int mean = trimmedPositiveMean(maxima, n, positives);
+    if (mean <= kMinLearntMean) return false;
+    threshold = std::max(mean, kMinHeightThreshold);
+    return true;
+}
+
+}  // namespace
+
+int CBeatMeasure::GetEnergyHeightInitValue(int seconds) {
+    std::array<int, kMaxSeconds> maxima{};
+    const int n = secondMaxima(*this, nEnergyRing, nEnergyRingPos, seconds, maxima);
+    if (n < 3) return 1;
+    int positives = 0;
+    const int mean = trimmedPositiveMean(maxima, n, positives);
+    if (positives > 0 && mean != 0) nEnergyThreshold[leadRow(nLeadIndex)] = mean;
+    return 1;
+}
+
+// The names are crossed on purpose and hosts rely on the pairing: the "R height" learner reads
+// the convex ring and sets the convex-peak threshold...
+bool CBeatMeasure::GetRHeightInitValue(int seconds) {
+    const int row = leadRow(nLeadIndex);
+    return learnHeight(*this, nConvexRing[row], seconds, nRPeakThreshold[row]);
+}
+
+// ...and the "R-peak height" learner reads the absolute ring and sets the height threshold.
+bool CBeatMeasure::GetRPeakHeightInitValue(int seconds) {
+    const int row = leadRow(nLeadIndex);
+    return learnHeight(*this, nAbsRing[row], seconds, nRHeightThreshold[row]);
+}
+
+int CBeatMeasure::lngFindLocalMaxLocation_reverse(int* ring, int* shape, int from, int to, int,
+                                                  int threshold, int& pos, bool& found, bool flag) {
+    pos = from;
+    found = false;
+    if (from < to || ring == nullptr || shape == nullptr) return threshold;
+
+    const int newestPeak = nPeakPosRing[rtm::heart::wrapIndex(nPeakPosRingPos - 1, 5)];
+    // Walk backwards, `to` included.
+    for (long long x = from; x >= to; --x) {
+        const int at = ringIndex(static_cast<int>(x));
+        if (ring[at] < threshold) continue;
+        pos = static_cast<int>(x);
+
+        const int s = shape[at];
+        if (shape[ringIndex(at - 1)] > s || shape[ringIndex(at + 1)] > s) continue;
+
+        int unused = 0;
+        int* dominanceSource = flag ? ring : shape;
+        const int before = lngFindLocalMaxLocation(dominanceSource, ringIndex(at - kDominanceSpan), at,
+                                                   kRingLength, unused);
+        if (!(ring[at] > before)) continue;
+        if (!flag) {
+            // Far enough from the newest confirmed peak; an empty entry (0) never qualifies.
+            if (newestPeak == 0) continue;
+            if (ringIndex(wrapSub32(newestPeak, at)) <= kMinPeakSpacing) continue;
+        }
+        found = true;
+        return ring[at];
+    }
+    return threshold;
+}

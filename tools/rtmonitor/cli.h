@@ -1,0 +1,41 @@
+// Command-line plumbing shared by the commands: exit statuses, option parsing and the commands'
+// entry points. Options are `--name value` or `--name=value`; `-h`/`--help` asks for the usage.
+#pragma once
+
+#include <map>
+#include <set>
+#include <string>
+#include <vector>
+
+namespace rtmtool {
+
+constexpr int kExitOk = 0;
+constexpr int kExitInput = 1;   // missing, unreadable, empty or truncated input; unwritable output
+constexpr int kExitUsage = 2;   // unknown option, bad number, missing argument
+
+struct ParsedArgs {
+    std::map<std::string, std::string> values;  // options that take a value
+    std::set<std::string> flags;                // options without one
+    std::vector<std::string> positional;
+    bool help = false;
+};
+
+// False with `error` set for an unknown option or a missing value.
+bool parseArgs(const std::vector<std::string>& args, const std::set<std::string>& valued,
+               const std::set<std::string>& flags, ParsedArgs& out, std::string& error);
+
+// A whole decimal integer in [lo, hi]; false for anything else (signs, spaces, overflow included).
+bool parseInteger(const std::string& text, long long lo, long long hi, long long& value);
+
+// Prints "rtmonitor CMD: error", then the usage, to standard error; returns kExitUsage.
+int usageError(const std::string& command, const std::string& error, const char* usage);
+
+extern const char* const kDemoUsage;
+extern const char* const kSynthUsage;
+extern const char* const kReplayUsage;
+
+int runDemo(const std::vector<std::string>& args);
+int runSynth(const std::vector<std::string>& args);
+int runReplay(const std::vector<std::string>& args);
+
+}  // namespace rtmtool

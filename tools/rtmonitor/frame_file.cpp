@@ -1,0 +1,101 @@
+// Frame file reading and writing (see frame_file.h). Words are converted byte by byte, so the
+// files are the same on hosts of either byte order.
+#include "frame_file.h"
+
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <cstring>
+
+namespace rtmtool {
+
+void encodeFrame(const ParamsIn& frame, unsigned char* bytes) {
+    int32_t words[kFrameWords];
+    std::memcpy(words, &frame, kFrameBytes);
+    for (size_t i = 0; i < kFrameWords; ++i) {
+        const uint32_t w = static_cast<uint32_t>(words[i]);
+        bytes[4 * i] = static_cast<unsigned char>(w & 0xFFu);
+        bytes[4 * i + 1] = static_cast<unsigned char>((w >> 8) & 0xFFu);
+        bytes[4 * i + 2] = static_cast<unsigned char>((w >> 16) & 0xFFu);
+        bytes[4 * i + 3] = static_cast<unsigned char>((w >> 24) & 0xFFu);
+    }
+}
+
+ParamsIn decodeFrame(const unsigned char* bytes) {
+    int32_t words[kFrameWords];
+    for (size_t i = 0; i < kFrameWords; ++i) {
+        const uint32_t w = static_cast<uint32_t>(bytes[4 * i]) |
+                           (static_cast<uint32_t>(bytes[4 * i + 1]) << 8) |
+                           (static_cast<uint32_t>(bytes[4 * i + 2]) << 16) |
+                           (static_cast<uint32_t>(bytes[4 * i + 3]) << 24);
+        int32_t v;
+        std::memcpy(&v, &w, sizeof v);  // two's complement reinterpretation, no overflow
+        words[i] = v;
+    }
+    ParamsIn frame;
+    std::memcpy(&frame, words, kFrameBytes);
+    return frame;
+}
+
+FrameReader::~FrameReader() {
+    if (file_ != nullptr) std::fclose(file_);
+}
+
+bool FrameReader::open(const std::string& path) {
+    file_ = std::fopen(path.c_str(), "rb");
+    if (file_ == nullptr) {
+        error_ = std::strerror(errno);
+        return false;
+    }
+    struct stat st {};
+    if (fstat(fileno(file_), &st) == 0) {
+        if (S_ISDIR(st.st_mode)) {
+            error_ = "is a directory";
+            std::fclose(file_);
+            file_ = nullptr;
+            return false;
+        }
+        if (S_ISREG(st.st_mode) && st.st_size > 0) size_ = static_cast<uint64_t>(st.st_size);
+    }
+    return true;
+}
+
+FrameReader::Result FrameReader::next(ParamsIn& frame) {
+    if (file_ == nullptr) return Result::Error;
+    unsigned char bytes[kFrameBytes];
+    const size_t got = std::fread(bytes, 1, kFrameBytes, file_);
+    if (got == kFrameBytes) {
+        frame = decodeFrame(bytes);
+        offset_ += kFrameBytes;
+        return Result::Frame;
+    }
+    if (std::ferror(file_)) {
+        error_ = std::strerror(errno);
+        return Result::Error;
+    }
+    if (got == 0) return Result::End;
+    partial_ = got;
+    return Result::Incomplete;
+}
+
+bool writeFrameFile(const std::string& path, const std::vector<ParamsIn>& frames, std::string& error) {
+    std::FILE* f = std::fopen(path.c_str(), "wb");
+    if (f == nullptr) {
+        error = std::strerror(errno);
+        return false;
+    }
+    unsigned char bytes[kFrameBytes];
+    bool ok = true;
+    for (const ParamsIn& frame : frames) {
+        encodeFrame(frame, bytes);
+        if (std::fwrite(bytes, 1, kFrameBytes, f) != kFrameBytes) {
+            ok = false;
+            break;
+        }
+    }
+    if (std::fclose(f) != 0) ok = false;
+    if (!ok) error = std::strerror(errno);
+    return ok;
+}
+
+}  // namespace rtmtool
