@@ -32,14 +32,14 @@ asan:
 	@$(MAKE) --no-print-directory test BUILD=build-asan CMAKE_ARGS="-DRTMONITOR_SANITIZE=ON -DRTMONITOR_BENCH=OFF"
 
 # The suite again with the thread sanitizer (build-tsan); by default only the concurrency stress
-# test runs (TSAN_TESTS= runs every test, TSAN_TESTS=<label> one group).
+# test is built and run (TSAN_TESTS= builds and runs every test, TSAN_TESTS="<group> ..." some).
 TSAN_TESTS ?= stress
 tsan: check-prereqs
 	@test -f /usr/include/gtest/gtest.h || { echo "error: GoogleTest is missing; install it with: apt-get install libgtest-dev libgmock-dev" >&2; exit 1; }
 	cmake -S . -B build-tsan -DRTMONITOR_BENCH=OFF -DCMAKE_CXX_FLAGS="-fsanitize=thread -g" \
 	  -DCMAKE_C_FLAGS="-fsanitize=thread -g" -DCMAKE_EXE_LINKER_FLAGS=-fsanitize=thread \
 	  -DCMAKE_SHARED_LINKER_FLAGS=-fsanitize=thread
-	cmake --build build-tsan -j $(JOBS)
+	cmake --build build-tsan -j $(JOBS) $(if $(TSAN_TESTS),--target $(addprefix test_,$(TSAN_TESTS)))
 	cd build-tsan && TSAN_OPTIONS="halt_on_error=1 second_deadlock_stack=1" \
 	  ctest --output-on-failure -j $(JOBS) $(if $(TSAN_TESTS),-L '$(TSAN_TESTS)')
 
