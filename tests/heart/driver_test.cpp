@@ -1,5 +1,6 @@
-// Heart driver: packet modes and numbering, flat, over-range and large packets, bad input, and
-// recovery after long disturbed runs.
+// Heart driver: packet modes and numbering, over-range, flat and large packets, bad input, and
+// recovery after long disturbed runs (INT_MIN/INT_MAX packets among them: their peak-to-peak
+// wraps to -1, which is not flat).
 #include <gtest/gtest.h>
 
 #include <climits>
@@ -10,57 +11,50 @@
 
 namespace {
 
-using heart_run::Packet;
-using heart_run::spiky;
+using namespace heart_run;
 
 constexpr int kSentinel = 99;  // a rate the 75/min signal never produces
 
 TEST(PacketNumbering, OnlyAJumpReportsThePreviousRate) {
-    heart_run::Feeder f;
-    heart_run::Ecg ecg(75);
+    Feeder f;
+    Ecg ecg(75);
     f.run(ecg, 30);
     auto reported = [&](int seq, int mode = 0) {
         f.beat().nLastHeartRate = kSentinel;
         return f.send(seq, mode, ecg.packet());
     };
-    const heart_run::Output jump = reported(f.seq + 10);
+    const Output jump = reported(f.seq + 10);
     EXPECT_EQ(jump.rate, kSentinel);
     EXPECT_EQ(f.beat().nLastHeartRate, kSentinel);
     EXPECT_EQ(f.beat().nCallCount, 31);  // still analysed, after the input conditioning restarted
-    EXPECT_EQ(jump.wave[49], 512);
-    EXPECT_NE(jump.wave[60], 512);
+    EXPECT_EQ(jump.wave[49], 512);  // the first 50 display samples of a restart
     for (int seq : {f.seq + 11, f.seq + 10, 0}) EXPECT_NEAR(reported(seq).rate, 75, 2) << seq;
     reported(INT_MAX);
     EXPECT_EQ(reported(INT_MIN).rate, kSentinel);   // the difference is not taken in 32 bits
     EXPECT_EQ(reported(1, INT_MIN).rate, 200);       // other modes: the default rate
 }
 
-TEST(FlatPacket, ReinitialisesTheAnalyser) {
-    heart_run::Feeder f;
-    heart_run::Ecg ecg(75);
-    f.run(ecg, 40);
-    EXPECT_EQ(f.feed(Packet(200, 600)).rate, 0);
-    EXPECT_EQ(f.beat().nRingPos, -1);
-    EXPECT_EQ(f.beat().nAnalysisMode, 1);  // the hold mode is undone by the reset in the same call
-    EXPECT_NEAR(f.run(ecg, 12)[11], 75, 2);
-}
-
-// The over-range packet is the first held packet; the hold releases on the fifth normal one
-// after it, and the sixth normal packet is analysed again.
-TEST(OverRange, HoldsTheLastRateForItselfAndFiveNormalPackets) {
-    heart_run::Feeder f;
-    heart_run::Ecg ecg(75);
+// Over range: that packet is the first held one, the hold releases on the fifth normal packet
+// after it, and the sixth is analysed again. A flat packet then re-initialises the analyser (the
+// hold mode it sets is undone by the reset in the same call) and the rate returns after warm-up.
+TEST(DisturbedPacket, OverRangeHoldsForItselfAndFiveMoreFlatResets) {
+    Feeder f;
+    Ecg ecg(75);
     f.run(ecg, 40);
     f.beat().nLastHeartRate = kSentinel;
     EXPECT_EQ(f.feed(spiky(951)).rate, kSentinel);
     for (int k = 1; k <= 5; ++k) EXPECT_EQ(f.feed(ecg.packet()).rate, kSentinel) << k;
     EXPECT_NEAR(f.feed(ecg.packet()).rate, 75, 2);
+    EXPECT_EQ(f.feed(Packet(200, 600)).rate, 0);
+    EXPECT_EQ(f.beat().nRingPos, -1);
+    EXPECT_EQ(f.beat().nAnalysisMode, 1);
+    EXPECT_NEAR(f.run(ecg, 12)[11], 75, 2);
 }
 
 // Large packets enter the amplitude ring too, so only a rising run stays large; the sixth in a
 // row becomes the new normal. 220 is exactly 2.2 x 100 in single precision but not in double.
 TEST(LargePacket, SixthOfARisingRunBecomesTheNewNormal) {
-    heart_run::Feeder f;
+    Feeder f;
     for (int height : {100, 100, 100, 100, 100, 100, 100, 100, 100, 100, 220}) f.feed(spiky(height));
     EXPECT_EQ(f.beat().nLargeWaveFlag, 0);
     const int run[6] = {221, 221, 300, 400, 400, 500};
@@ -73,17 +67,15 @@ TEST(LargePacket, SixthOfARisingRunBecomesTheNewNormal) {
 }
 
 TEST(BadInput, NullSamplesAndCountsOutsideTheRangeGiveZero) {
-    heart_run::Feeder f;
+    Feeder f;
     std::vector<int> big(3951, 0), wave(3951);
     int quality = -7;
     for (int n : {0, 3951, INT_MIN, INT_MAX}) EXPECT_EQ(f.beat().GetHeartRate(0, 0, big.data(), n, wave.data(), &quality), 0);
     EXPECT_EQ(f.beat().GetHeartRate(0, 0, nullptr, 200, wave.data(), &quality), 0);
     EXPECT_EQ(quality, -7);  // left unwritten
     for (size_t i = 0; i < big.size(); ++i) big[i] = i < 200 ? 500 + 100 * (i % 2) : i % 3 == 0 ? INT_MIN : i % 3 == 1 ? INT_MAX : 0;
-    f.beat().GetHeartRate(0, 0, big.data(), 3950, wave.data(), &quality);  // defined under the sanitizers
-    // Peak-to-peak of INT_MIN and INT_MAX wraps to -1: a rate of 0, but not a flat packet (no reset).
-    EXPECT_EQ(f.feed(Packet(big.begin() + 200, big.begin() + 400)).rate, 0);
-    EXPECT_NE(f.beat().nRingPos, -1);
+    // The longest packet, mostly INT_MIN and INT_MAX: defined under the sanitizers.
+    EXPECT_GE(f.beat().GetHeartRate(0, 0, big.data(), 3950, wave.data(), &quality), 0);
 }
 
 // 300 disturbed packets past the start-up minute at 75/min, then clean 120/min. Measured packets
@@ -92,8 +84,8 @@ TEST(BadInput, NullSamplesAndCountsOutsideTheRangeGiveZero) {
 class Recovery : public ::testing::TestWithParam<int> {};
 
 TEST_P(Recovery, NewRateIsFoundAfterALongDisturbedRun) {
-    heart_run::Feeder f;
-    heart_run::Ecg before(75), after(120, 200);
+    Feeder f;
+    Ecg before(75), after(120, 200);
     f.run(before, 70);
     // Kinds: 0 flat at 300, 1 over range (1000-count spikes on 0), 2 random 0..1023,
     // 3 random 412..612, 4 INT_MIN, INT_MAX, 0 repeated.

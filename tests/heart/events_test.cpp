@@ -35,11 +35,12 @@ TEST(RhythmEvents, FibrillationNeedsSixteenUsableBeats) {
     EXPECT_TRUE(b.AtrialFibrillationAnalysis(19));
 }
 
+// Lead 12 and negative flags give 0 and add nothing.
 TEST(EcgDataFilter, SumsOnlyForLeadsBelowTwelveAndNonNegativeFlags) {
     CEcgDataFilter filter;
     EXPECT_EQ(filter.GetDelayTime() + filter.InitFilter(), 27);
-    EXPECT_EQ(filter.BaseFilter(10, 0, 11, 0) + filter.BaseFilter(1, 0, 12, 0) + filter.BaseFilter(1, 0, 0, -1), 10);
-    EXPECT_EQ(filter.BaseFilter(5, 0, 0, 1), 15);
+    EXPECT_EQ(filter.BaseFilter(7, 0, 11, 0) + filter.BaseFilter(1, 0, 12, 0) + filter.BaseFilter(1, 0, 0, -1), 7);
+    EXPECT_EQ(filter.BaseFilter(5, 0, 0, 0), 12);
 }
 
 }  // namespace

@@ -25,12 +25,11 @@ struct Ecg {
         for (int& v : p) {
             const double t = static_cast<double>(n++) / 200.0, first = std::floor((t - 0.3) / rr);
             double sum = 0.0;
-            for (int k = -1; k <= 2; ++k) {
-                for (int w = 0; w < 5; ++w) {
-                    const double scale = (w == 0 || w == 4) ? std::sqrt(rr) : 1.0;
-                    const double x = (t - 0.3 - (first + k) * rr - kWaves[w][1] * scale) / kWaves[w][2];
-                    sum += kWaves[w][0] * std::exp(-0.5 * x * x);
-                }
+            for (int j = 0; j < 20; ++j) {  // waves w of the beats k = -1..2 around t
+                const int k = j / 5 - 1, w = j % 5;
+                const double scale = (w == 0 || w == 4) ? std::sqrt(rr) : 1.0;
+                const double x = (t - 0.3 - (first + k) * rr - kWaves[w][1] * scale) / kWaves[w][2];
+                sum += kWaves[w][0] * std::exp(-0.5 * x * x);
             }
             v = static_cast<int>(std::lround(512.0 + r * sum));
         }
@@ -47,9 +46,7 @@ inline Packet spiky(int height, int level = 512) {
     return p;
 }
 
-struct Output {
-    int rate = -1, reserved = -1, quality = -1, wave[200] = {};
-};
+struct Output { int rate = -1, reserved = -1, quality = -1, wave[200] = {}; };
 
 class Feeder {
 public:
@@ -69,9 +66,7 @@ public:
     int seq = 0;
 
 private:
-    struct Holder {
-        CBeatMeasure beat;
-    };
+    struct Holder { CBeatMeasure beat; };
     std::unique_ptr<Holder> holder_;  // value-initialised: zeroed before the constructor runs
 };
 

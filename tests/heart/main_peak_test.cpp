@@ -31,8 +31,7 @@ TEST_F(MainPeak, RingDistanceRunsFromTheNewPeakToTheStoredOne) {
 // 0.5 x 33554434 is 16777217 in double but 16777216 in single precision.
 TEST_F(MainPeak, PeakTestIsSinglePrecision) {
     b.nRPeakThreshold[0] = 33554434;
-    b.nPacketStartPos = 0;
-    b.nPacketEndPos = 3999;
+    b.nPacketEndPos = 3999;  // bounds the look-ahead and the absolute-ring search
     b.nConvexPos = 99;
     b.nConvexRing[0][100] = 16777216;
     b.nAbsRing[0][100] = 1;
