@@ -5,76 +5,57 @@
 
 #include <cstddef>
 #include <cstring>
-#include <functional>
 #include <initializer_list>
+#include <tuple>
 
 #include "heart/beat_fixture.h"
 
 using heart_test::makeAnalyser;
+using HeartState = heart_test::BeatTest;
 
 namespace {
 
-struct Span {
-    std::size_t off, len;
-};
+struct Span { std::size_t off, len; };
 #define SPAN(m) Span{offsetof(CBeatMeasure, m), sizeof(CBeatMeasure::m)}
 
-const unsigned char* bytes(const CBeatMeasure& b) { return reinterpret_cast<const unsigned char*>(&b); }
-
-// Every byte in `spans` must equal `inside`, every other byte `outside`.
-void expectBytes(const CBeatMeasure& got, const CBeatMeasure& inside, const CBeatMeasure& outside,
-                 std::initializer_list<Span> spans) {
-    for (std::size_t k = 0; k < sizeof(CBeatMeasure); ++k) {
+// Runs `reset` on an analyser full of 0x5A. Bytes inside `spans` must then hold the pattern
+// (spansKept) or the fresh value, all other bytes the other one.
+void checkReset(void (*reset)(CBeatMeasure&), bool spansKept, std::initializer_list<Span> spans) {
+    auto fresh = makeAnalyser(), dirty = makeAnalyser(), after = makeAnalyser();
+    CBeatMeasure& d = dirty->beat;
+    std::memset(static_cast<void*>(&d), 0x5A, sizeof d);
+    // The padding after the two 8-bit flags keeps the zeros of value-initialisation.
+    std::memset(&d.nBeatRingStarted + 1, 0, reinterpret_cast<unsigned char*>(d.nFilteredRing) - (&d.nBeatRingStarted + 1));
+    std::memset(&d.nThresholdReady + 1, 0, reinterpret_cast<unsigned char*>(&d.nCandidateHead) - (&d.nThresholdReady + 1));
+    std::memcpy(static_cast<void*>(&after->beat), &d, sizeof d);
+    reset(after->beat);
+    auto at = [](const CBeatMeasure& m, std::size_t k) { return reinterpret_cast<const unsigned char*>(&m)[k]; };
+    for (std::size_t k = 0; k < sizeof d; ++k) {
         bool in = false;
         for (const Span& s : spans) in = in || (k >= s.off && k < s.off + s.len);
-        ASSERT_EQ(bytes(got)[k], bytes(in ? inside : outside)[k]) << "byte " << k;
+        ASSERT_EQ(at(after->beat, k), at(in == spansKept ? d : fresh->beat, k)) << "byte " << k;
     }
-}
-
-// Runs `reset` on an analyser full of 0x5A and checks the result against the fresh state.
-void checkReset(const std::function<void(CBeatMeasure&)>& reset, bool spansAreKept,
-                std::initializer_list<Span> spans) {
-    auto fresh = makeAnalyser();
-    auto before = makeAnalyser();
-    CBeatMeasure& b = before->beat;
-    std::memset(static_cast<void*>(&b), 0x5A, sizeof b);
-    // Padding after the two 8-bit flags stays as value-initialisation left it.
-    std::memset(&b.nBeatRingStarted + 1, 0, reinterpret_cast<unsigned char*>(b.nFilteredRing) - (&b.nBeatRingStarted + 1));
-    std::memset(&b.nThresholdReady + 1, 0, reinterpret_cast<unsigned char*>(&b.nCandidateHead) - (&b.nThresholdReady + 1));
-    auto after = makeAnalyser();
-    std::memcpy(static_cast<void*>(&after->beat), &b, sizeof b);
-    reset(after->beat);
-    if (spansAreKept) expectBytes(after->beat, b, fresh->beat, spans);
-    else expectBytes(after->beat, fresh->beat, b, spans);
 }
 
 }  // namespace
 
-TEST(HeartState, InitPresetsTheStartValues) {
-    auto h = makeAnalyser();
-    const auto& b = h->beat;
-    EXPECT_EQ(b.nRingPos, -1) << "the first sample goes to position 0";
-    EXPECT_EQ(b.nCandidateHead, 19);
-    EXPECT_EQ(b.nRefInterval, 40);
-    EXPECT_EQ(b.nArtifactLimit, 24000);
-    EXPECT_EQ(b.stBeatRing[19].nBeatType, 1);
-    EXPECT_EQ(b.stCandidateRing[19].nPosition, -1);
-    EXPECT_EQ(b.nQrsWidthRing[2][19], -1);
-}
-
-TEST(HeartState, EachResetTouchesExactlyItsMembers) {
+TEST_F(HeartState, InitPresetsAndEachResetTouchesExactlyItsMembers) {
+    // Ring position -1: the first sample goes to position 0.
+    EXPECT_EQ(std::make_tuple(b.nRingPos, b.nCandidateHead, b.nRefInterval, b.stBeatRing[19].nBeatType,
+                              b.stCandidateRing[19].nPosition, b.nQrsWidthRing[2][19]),
+              std::make_tuple(-1, 19, 40, 1, -1, -1));
     // The full reset ignores its settings and keeps only the words no routine writes.
-    checkReset([](CBeatMeasure& b) { b.Init(SettingParameter{-5, 0, 123456}); }, true,
+    checkReset([](CBeatMeasure& a) { a.Init(SettingParameter{-5, 0, 123456}); }, true,
                {SPAN(nLargeWaveCount), SPAN(nUnusedWords), SPAN(stReinitSetting)});
     // The no-beat reset keeps rings, thresholds, beat history, filters and the last rate.
-    checkReset([](CBeatMeasure& b) { b.Init_NOBeat(SettingParameter{1, 2, 3}); }, false,
+    checkReset([](CBeatMeasure& a) { a.Init_NOBeat(SettingParameter{1, 2, 3}); }, false,
                {SPAN(nThresholdReady), SPAN(nBeatAmplitude), SPAN(nRateHistoryPos), SPAN(nRateHistory),
                 SPAN(bQrsArmed), SPAN(bQrsPassed), SPAN(nQrsPeakPos), SPAN(nSinceLastPeak),
                 SPAN(nPeakPosRing), SPAN(nPeakPosRingPos), SPAN(nSampleInSecond), SPAN(nSecondsCount),
                 SPAN(nNoNewBeatCount), SPAN(nMeanHeartRate), SPAN(nFlatCount), SPAN(nLargeWaveFlag),
                 SPAN(nHoldCount), SPAN(nRefInterval), SPAN(nAnalysisMode)});
     // The conditioning reset leaves the low-pass history alone.
-    checkReset([](CBeatMeasure& b) { b.HeartProInit(); }, false,
+    checkReset([](CBeatMeasure& a) { a.HeartProInit(); }, false,
                {SPAN(nBaseSum), SPAN(nBaseCount), SPAN(nSmoothHist), SPAN(nWarmupCount), SPAN(nMedianRing),
                 SPAN(nMedianRingPos)});
 }
