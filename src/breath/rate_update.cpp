@@ -132,7 +132,8 @@ float reconcileWithReported(CBreathPro& a, float v) {
                     else
                         a.fBreathRate = a.DataMeanfloat(a.fLongRateHistory, 18, 20);
                 }
-            } else {
+            } else if (jump <= 5.0f) {
+                // Written as its own test: an estimate that is not a number takes neither path.
                 a.Arrayshiftfloat(a.fRateHistory, kHistory5, a.fBreathRate);
                 float sorted[kHistory5];
                 std::copy(a.fRateHistory, a.fRateHistory + kHistory5, sorted);
