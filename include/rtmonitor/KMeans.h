@@ -45,8 +45,9 @@ public:
     // row) changed the mean cost by less than stopRatio times the previous cost.
     void Cluster(double* data, int N, int* labels);
     // The same for a binary sample file, writing a binary label file. Nothing is checked: a
-    // file shorter than its count still gets N labels, computed from whatever the failed reads
-    // left in the sample buffer (a missing file reads as a count of 0).
+    // file shorter than its count still gets N labels, all of them that of whatever the last
+    // pass left in the sample buffer, since the stream stays failed (a missing file reads as a
+    // count of 0).
     void Cluster(const char* sampleFileName, const char* labelFileName);
 
     // Returns false (and changes nothing) for a mode other than InitRandom/Manual/Uniform.
@@ -61,7 +62,8 @@ public:
 
     // Reads a text model as operator<< writes it (leading white space skipped, a '\r' before
     // each newline tolerated, everything after "</KMeans>" left in the stream) and makes its
-    // means this object's means.
+    // means this object's means. Init(std::ifstream&) keeps reading binary sample files, as
+    // existing hosts use it; a model is read back here (then cluster with InitManual).
     // Errors are reported by return value, never by exception: on a missing or misspelt tag,
     // a dimension or cluster count that differs from this object's, a mean line with a wrong
     // count of values, or a value that is not a number, it returns false, leaves the means

@@ -89,18 +89,18 @@ float reconcileWithReported(CBreathPro& a, float v) {
     if (a.fReportedRate > 0.0f) {
         const float reported = a.fReportedRate;
         const int32_t* bins = a.nSpectralBinHistory;
-        const float* spec = a.fSpectralRateHistory;
+        const float* spectral = a.fSpectralRateHistory;
 
         if (a.bRateOut) {
             // Peak counting has failed for a while: follow the spectrum only if all ten updates
             // saw the same bin and it agrees with what is reported; otherwise hold.
-            int agreeing = spec[0] > 4.0f ? 1 : 0;
+            int agreeing = spectral[0] > 4.0f ? 1 : 0;
             for (int k = 1; k <= 8; ++k)
-                if (bins[k] == bins[0] && spec[k] > 4.0f) ++agreeing;
+                if (bins[k] == bins[0] && spectral[k] > 4.0f) ++agreeing;
             float sum = 0.0f;
-            for (int k = 0; k < kHistory10; ++k) sum += spec[k];
+            for (int k = 0; k < kHistory10; ++k) sum += spectral[k];
             const float mean10 = sum / 10.0f;
-            if (bins[9] == bins[0] && spec[9] > 4.0f && agreeing == 9 &&
+            if (bins[9] == bins[0] && spectral[9] > 4.0f && agreeing == 9 &&
                 std::fabs(mean10 - reported) <= 3.0f)
                 a.fBreathRate = mean10;
             else
@@ -111,7 +111,7 @@ float reconcileWithReported(CBreathPro& a, float v) {
             const int32_t b9 = bins[9];
             const int c3 = (b7 > 2 ? 1 : 0) + (b8 > 2 && b8 == b7 ? 1 : 0) + (b9 == b7 && b9 > 2 ? 1 : 0);
             // Single-precision sum, double-precision division, kept as float.
-            const float mean3 = static_cast<float>(static_cast<double>(spec[7] + spec[8] + spec[9]) / 3.0);
+            const float mean3 = static_cast<float>(static_cast<double>(spectral[7] + spectral[8] + spectral[9]) / 3.0);
             const float jump = std::fabs(a.fBreathRate - reported);
 
             if (jump > 5.0f) {
@@ -132,7 +132,8 @@ float reconcileWithReported(CBreathPro& a, float v) {
                     else
                         a.fBreathRate = a.DataMeanfloat(a.fLongRateHistory, 18, 20);
                 }
-            } else {
+            } else if (jump <= 5.0f) {
+                // Written as its own test: an estimate that is not a number takes neither path.
                 a.Arrayshiftfloat(a.fRateHistory, kHistory5, a.fBreathRate);
                 float sorted[kHistory5];
                 std::copy(a.fRateHistory, a.fRateHistory + kHistory5, sorted);
@@ -204,9 +205,9 @@ float estimateBreathRate(CBreathPro& a) {
             nt = 0;
             a.moving_average_smooth(a.nBreathBuffer, kWindowSamples, 10, work);
             a.FindPeakMinMax(work, 0, kWindowSamples, 20, peaks, troughs, &np, &nt);
-            const float* spec = a.fSpectralRateHistory;
-            if (spec[5] == spec[6] && spec[6] == spec[7] && spec[7] == spec[8] &&
-                spec[8] == spec[9] && spec[5] > 5.0f) {
+            const float* spectral = a.fSpectralRateHistory;
+            if (spectral[5] == spectral[6] && spectral[6] == spectral[7] && spectral[7] == spectral[8] &&
+                spectral[8] == spectral[9] && spectral[5] > 5.0f) {
                 bool unused = false;
                 r = a.PPConNum(work, peaks, troughs, 150, np, nt, 2, &a.bRateTrusted, &unused);
             }

@@ -78,8 +78,9 @@ void KMeans::Cluster(const char* sampleFileName, const char* labelFileName) {
     std::ofstream labelFile;
     if (labelFileName != nullptr) labelFile.open(labelFileName, std::ios_base::binary);
     labelFile.write(reinterpret_cast<const char*>(&n), sizeof n);
-    // Cleared as before every pass, so the samples present in a short file get their own labels.
-    sampleFile.clear();
+    // Unlike before each pass, the stream is not cleared here: after a short file it stays
+    // failed, the seek and every read deliver nothing, and each sample gets the label of what
+    // the last pass left in the buffer. Existing label files were written this way.
     sampleFile.seekg(kSampleFileHeaderBytes, std::ios_base::beg);
     int label = -1;
     for (int32_t i = 0; i < n; ++i) {

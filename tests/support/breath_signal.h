@@ -1,6 +1,6 @@
-// Synthetic respiration for the breath tests and benchmark: 30000 + amplitude * sin(2 pi f t)
-// raw counts at 25 samples/s plus uniform noise of +-noise counts from a fixed-seed LCG, so every
-// run sees the same samples; f is the true rate in breaths per minute / 60.
+// Synthetic respiration for the breath tests and benchmark: 30000 + 1500 * sin(2 pi f t) raw
+// counts at 25 samples/s plus uniform noise of +-20 counts from a fixed-seed LCG, so every run
+// sees the same samples; f is the true rate in breaths per minute / 60.
 #pragma once
 
 #include <cmath>
@@ -14,15 +14,12 @@ constexpr int kBreathBlock = 25;  // samples per frame
 
 class BreathSignal {
 public:
-    explicit BreathSignal(double bpm, int amplitude = 1500, int noise = 20, uint32_t seed = 12345)
-        : bpm_(bpm), amplitude_(amplitude), noise_(noise), state_(seed) {}
+    explicit BreathSignal(double bpm) : bpm_(bpm) {}
     int next() {
         const double t = static_cast<double>(sample_++) / kBreathBlock;
         state_ = state_ * 1664525u + 1013904223u;
-        const int jitter = static_cast<int>((state_ >> 16) % (2u * noise_ + 1u)) - noise_;
-        return static_cast<int>(std::lround(
-                   30000.0 + amplitude_ * std::sin(2.0 * 3.14159265358979323846 * bpm_ / 60.0 * t))) +
-               jitter;
+        return static_cast<int>(std::lround(30000.0 + 1500.0 * std::sin(2.0 * M_PI * bpm_ / 60.0 * t)) +
+                                (state_ >> 16) % 41u) - 20;
     }
     void nextBlock(int* out) {
         for (int i = 0; i < kBreathBlock; ++i) out[i] = next();
@@ -30,22 +27,31 @@ public:
 
 private:
     double bpm_;
-    int amplitude_;
-    int noise_;
-    uint32_t state_;
+    uint32_t state_ = 12345;
     long sample_ = 0;
 };
 
 struct BreathBlockOut {
-    int display0[kBreathBlock];
-    int display1[kBreathBlock];
-    int rate;
-    int status;
+    int display0[kBreathBlock], display1[kBreathBlock], rate = -1, status = -1;
 };
 
-// Reset as the device registry does it.
-void resetBreath(CBreathPro& a);
-// One call; channel 0 gets chan1's samples unless given.
-BreathBlockOut feedBreathBlock(CBreathPro& a, const int* chan1, const int* chan0 = nullptr);
+// An analyser reset as the device registry does it and fed one frame of `bpm` breathing per
+// call, after `seconds` such frames. Channel 0 always breathes; channel 1 too unless given.
+struct BreathRun {
+    CBreathPro a;
+    BreathSignal sig;
+    explicit BreathRun(double bpm, int seconds = 0) : sig(bpm) {
+        a.BreathProInit();
+        a.BreathnoProInit();
+        for (int s = 0; s < seconds; ++s) next();
+    }
+    BreathBlockOut next(int* chan1 = nullptr) {
+        int block[kBreathBlock];
+        BreathBlockOut o;
+        sig.nextBlock(block);
+        a.ProcessingBreath(1, block, chan1 ? chan1 : block, kBreathBlock, o.display0, o.display1, &o.rate, &o.status);
+        return o;
+    }
+};
 
 }  // namespace rtm_test

@@ -17,22 +17,22 @@ constexpr int kSpectrumSkip = 750;
 
 int CBreathPro::FFT_Max_loc(int* a, int n) {
     if (n < kMinWindow) return 0;
-    xy spec[kSpectrumPoints];
+    xy points[kSpectrumPoints];
     // Longer buffers than 1774 samples would not fit the transform; only its first 1024
     // entries are filled then (the pipeline always passes 1000).
     int filled = n - kSpectrumSkip;
     if (filled > kSpectrumPoints) filled = kSpectrumPoints;
-    for (int i = 0; i < filled; ++i) spec[i] = xy{static_cast<float>(a[kSpectrumSkip + i]), 0.0f};
-    for (int i = filled; i < kSpectrumPoints; ++i) spec[i] = xy{0.0f, 0.0f};
+    for (int i = 0; i < filled; ++i) points[i] = xy{static_cast<float>(a[kSpectrumSkip + i]), 0.0f};
+    for (int i = filled; i < kSpectrumPoints; ++i) points[i] = xy{0.0f, 0.0f};
 
-    FFT(spec, kSpectrumPoints, 1);
+    FFT(points, kSpectrumPoints, 1);
 
     // Positive frequencies only, bin 0 (the mean) excluded; a tie keeps the lower bin. Searching
     // the unshifted spectrum gives the same bin as searching the centred copy.
     int best = 1;
-    float bestMag = std::sqrt(spec[1].x * spec[1].x + spec[1].y * spec[1].y);
+    float bestMag = std::sqrt(points[1].x * points[1].x + points[1].y * points[1].y);
     for (int k = 2; k < kSpectrumPoints / 2; ++k) {
-        const float mag = std::sqrt(spec[k].x * spec[k].x + spec[k].y * spec[k].y);
+        const float mag = std::sqrt(points[k].x * points[k].x + points[k].y * points[k].y);
         if (mag > bestMag) {
             bestMag = mag;
             best = k;
