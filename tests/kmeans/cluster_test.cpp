@@ -17,7 +17,11 @@
 
 namespace {
 
-const std::string kDir = RTM_BINARY_DIR "/kmeans_test_";
+// CTest runs the cases as parallel processes, so each case gets its own files.
+std::string scratch(const char* name) {
+    return std::string(RTM_BINARY_DIR "/kmeans_test_") +
+           ::testing::UnitTest::GetInstance()->current_test_info()->name() + "_" + name;
+}
 
 // Header (count, dimension) then the doubles, cut to `bytes` bytes when not negative.
 std::string writeSamples(int32_t count, int32_t dim, std::vector<double> values, long bytes = -1) {
@@ -26,14 +30,14 @@ std::string writeSamples(int32_t count, int32_t dim, std::vector<double> values,
     std::memcpy(&content[0], header, 8);
     std::memcpy(&content[8], values.data(), values.size() * 8);
     content.resize(bytes >= 0 ? static_cast<size_t>(bytes) : content.size());
-    std::ofstream(kDir + "samples.bin", std::ios::binary) << content;
-    return kDir + "samples.bin";
+    std::ofstream(scratch("samples.bin"), std::ios::binary) << content;
+    return scratch("samples.bin");
 }
 
 // Clusters `samples` and returns the label file as int32 words: the count, then the labels.
 std::vector<int32_t> clusterFile(KMeans& km, const std::string& samples) {
-    km.Cluster(samples.c_str(), (kDir + "labels.bin").c_str());
-    std::ifstream in(kDir + "labels.bin", std::ios::binary);
+    km.Cluster(samples.c_str(), scratch("labels.bin").c_str());
+    std::ifstream in(scratch("labels.bin"), std::ios::binary);
     std::vector<int32_t> words;
     for (int32_t w = 0; in.read(reinterpret_cast<char*>(&w), 4);) words.push_back(w);
     return words;
@@ -120,6 +124,6 @@ TEST(KMeansCluster, TruncatedSampleFileLabelsTheLastBufferEverywhere) {
 TEST(KMeansCluster, EmptyMissingAndNegativeSampleFilesWriteOnlyTheCount) {
     KMeans km(2, 2);  // random start: slices of no samples
     EXPECT_EQ(clusterFile(km, writeSamples(0, 0, {1}, 0)), (std::vector<int32_t>{0}));
-    EXPECT_EQ(clusterFile(km, kDir + "missing.bin"), (std::vector<int32_t>{0}));
+    EXPECT_EQ(clusterFile(km, scratch("missing.bin")), (std::vector<int32_t>{0}));
     EXPECT_EQ(clusterFile(km, writeSamples(-5, 2, {1, 2, 3, 4})), (std::vector<int32_t>{-5}));
 }
