@@ -4,7 +4,7 @@ BUILD ?= build
 JOBS ?= $(shell nproc 2>/dev/null || echo 2)
 CMAKE_ARGS ?=
 
-.PHONY: all build test demo asan clean check-prereqs
+.PHONY: all build test demo asan tsan fuzz soak clean check-prereqs
 
 all: build
 
@@ -31,5 +31,31 @@ demo: build
 asan:
 	@$(MAKE) --no-print-directory test BUILD=build-asan CMAKE_ARGS="-DRTMONITOR_SANITIZE=ON -DRTMONITOR_BENCH=OFF"
 
+# The suite again with the thread sanitizer (build-tsan); by default only the concurrency stress
+# test is built and run (TSAN_TESTS= builds and runs every test, TSAN_TESTS="<group> ..." some).
+TSAN_TESTS ?= stress
+tsan: check-prereqs
+	@test -f /usr/include/gtest/gtest.h || { echo "error: GoogleTest is missing; install it with: apt-get install libgtest-dev libgmock-dev" >&2; exit 1; }
+	cmake -S . -B build-tsan -DRTMONITOR_BENCH=OFF -DCMAKE_CXX_FLAGS="-fsanitize=thread -g" \
+	  -DCMAKE_C_FLAGS="-fsanitize=thread -g" -DCMAKE_EXE_LINKER_FLAGS=-fsanitize=thread \
+	  -DCMAKE_SHARED_LINKER_FLAGS=-fsanitize=thread
+	cmake --build build-tsan -j $(JOBS) $(if $(TSAN_TESTS),--target $(addprefix test_,$(TSAN_TESTS)))
+	cd build-tsan && TSAN_OPTIONS="halt_on_error=1 second_deadlock_stack=1" \
+	  ctest --output-on-failure -j $(JOBS) $(if $(TSAN_TESTS),-L '$(TSAN_TESTS)')
+
+# libFuzzer targets (clang 14, address + undefined sanitizers), FUZZ_SECONDS each (default 60),
+# one process at a time; FUZZ_TARGETS="pipeline heart" picks some. See fuzz/README.md.
+FUZZ_SECONDS ?= 60
+FUZZ_TARGETS ?=
+fuzz:
+	@$(MAKE) --no-print-directory -C fuzz run FUZZ_SECONDS=$(FUZZ_SECONDS) FUZZ_TARGETS="$(FUZZ_TARGETS)"
+
+# Long-run soak: 24 simulated hours per device with disturbances (SOAK_HOURS, SOAK_DEVICES).
+SOAK_HOURS ?= 24
+SOAK_DEVICES ?= 4
+soak:
+	@$(MAKE) --no-print-directory -C tools/soak
+	build-soak/rtm_soak --hours $(SOAK_HOURS) --devices $(SOAK_DEVICES)
+
 clean:
-	rm -rf build build-asan
+	rm -rf build build-asan build-tsan build-fuzz build-soak
