@@ -11,7 +11,7 @@
 #include <cstdint>
 #include <cstring>
 
-#include "support/synth_vitals.h"
+#include "soak/synth_vitals.h"
 
 namespace rtm_fuzz {
 

@@ -12,7 +12,7 @@
 #include <vector>
 
 #include "rtmonitor.h"
-#include "support/synth_vitals.h"
+#include "soak/synth_vitals.h"
 
 namespace {
 

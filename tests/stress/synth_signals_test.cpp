@@ -4,7 +4,7 @@
 
 #include <algorithm>
 
-#include "support/synth_vitals.h"
+#include "soak/synth_vitals.h"
 
 namespace {
 

@@ -18,7 +18,7 @@
 
 #include "rtmonitor.h"
 #include "rtmonitor/GeneralRealTime.h"
-#include "support/synth_vitals.h"
+#include "soak/synth_vitals.h"
 
 namespace {
 
