@@ -1,11 +1,10 @@
 // Frame pipeline through the exported C interface: auto-creation, the fields the pipeline zeroes,
-// independence of devices, determinism, and robustness against arbitrary frame words.
+// independence of devices and determinism.
 #include <gtest/gtest.h>
 
 #include <cstdio>
 #include <random>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "rtmonitor.h"
@@ -16,7 +15,6 @@ extern "C" int rtm_c_drive_device(int id);
 namespace {
 
 using rtm_test::quietFrame;
-using rtm_test::randomFrame;
 using rtm_test::sameOutput;
 
 // A frame with some life in every channel, so that every stage has work to do.
@@ -80,9 +78,9 @@ TEST(Pipeline, ReservedWordsAndTheClockDoNotInfluenceResults) {
     for (std::size_t i = 0; i < first.size(); ++i) EXPECT_TRUE(sameOutput(first[i], second[i])) << "frame " << i;
 }
 
-// Devices must not share state: interleaving them in one thread, or running them on two threads
-// at once, gives each device exactly its solo results.
-TEST(Pipeline, DevicesAreIndependentAcrossInterleavingAndThreads) {
+// Devices must not share state: interleaving them in one thread gives each device exactly its
+// solo results (the stress suite does the same across threads).
+TEST(Pipeline, DevicesAreIndependentWhenInterleaved) {
     std::vector<ParamsIn> a = livelyRecording(1, 30);
     std::vector<ParamsIn> b = livelyRecording(2, 30);
     std::vector<ParamsOut> soloA = runAlone(201, a);
@@ -99,38 +97,8 @@ TEST(Pipeline, DevicesAreIndependentAcrossInterleavingAndThreads) {
         processSignal(b[i], &outB);
         EXPECT_TRUE(sameOutput(outA, soloA[i]) && sameOutput(outB, soloB[i])) << "interleaved frame " << i;
     }
-
-    std::vector<ParamsOut> threadA;
-    std::vector<ParamsOut> threadB;
-    std::thread ta([&] { threadA = runAlone(201, a); });
-    std::thread tb([&] { threadB = runAlone(202, b); });
-    ta.join();
-    tb.join();
-    for (std::size_t i = 0; i < a.size(); ++i) {
-        EXPECT_TRUE(sameOutput(threadA[i], soloA[i]) && sameOutput(threadB[i], soloB[i])) << "threaded frame " << i;
-    }
-}
-
-TEST(Pipeline, AcceptsArbitraryFrameWords) {
-    std::mt19937 rng(2024);
-    const int extremes[] = {INT32_MIN, INT32_MAX, 0, -1, 65535};
-    for (int round = 0; round < 60; ++round) {
-        ParamsIn in = randomFrame(900 + round % 3, rng);
-        if (round % 2 == 0) {
-            int32_t* words = reinterpret_cast<int32_t*>(&in);
-            for (std::size_t w = 1; w < sizeof in / sizeof(int32_t); ++w) words[w] = extremes[(w + round) % 5];
-        }
-        if (round % 10 == 0) in.nHeartMode = 1;
-        ParamsOut out{};
-        EXPECT_EQ(processSignal(in, &out), 1);
-        EXPECT_GE(out.nPosture, 1);
-        EXPECT_LE(out.nPosture, 9);
-        for (int m : out.nMovement) {
-            EXPECT_GE(m, 1);
-            EXPECT_LE(m, 1023);
-        }
-    }
-    for (int id = 900; id < 903; ++id) freeDevice(id);
+    freeDevice(201);
+    freeDevice(202);
 }
 
 TEST(Exports, EntryPointsAndMembersAreExportedUnmangled) {
