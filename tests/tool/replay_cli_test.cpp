@@ -1,6 +1,7 @@
 // End to end through the built tool: synth then replay gives the demo's results for the same
 // seed, interleaved devices are analysed independently, a truncated file keeps its complete
-// frames and names the offset, the CSV columns, and arbitrary bytes never crash the replay.
+// frames and names the offset, and the CSV columns (arbitrary files are the frame-file fuzz
+// target's job).
 #include <string>
 
 #include "tool_runner.h"
@@ -89,27 +90,6 @@ TEST_F(ReplayTest, CsvHasTheDocumentedColumns) {
         for (size_t k = 260; k < 285; ++k) mx = std::max(mx, std::stoi(f[k]));
         EXPECT_EQ(std::to_string(mx), f[9]);
     }
-}
-
-TEST_F(ReplayTest, AnyByteContentIsReplayedWithoutCrashing) {
-    // Deterministic junk: device ids from a small set, every other word arbitrary, including
-    // the extremes of a 32-bit word.
-    std::string bytes;
-    uint32_t x = 12345u;
-    for (int frame = 0; frame < 40; ++frame) {
-        for (int word = 0; word < 330; ++word) {
-            x = x * 1664525u + 1013904223u;
-            uint32_t v = x;
-            if (word == 0) v = x % 4;
-            if (frame % 5 == 1) v = (word % 2) ? 0x80000000u : 0x7FFFFFFFu;
-            if (word == 0 && frame % 5 == 1) v = 9;
-            for (int b = 0; b < 4; ++b) bytes += static_cast<char>((v >> (8 * b)) & 0xFF);
-        }
-    }
-    writeFile(path("junk.frames"), bytes);
-    const RunResult r = run("replay --waves " + path("junk.frames") + " --report " + path("junk.html"));
-    EXPECT_EQ(r.status, 0) << r.err;
-    EXPECT_EQ(lines(r.out).size(), 41u);
 }
 
 }  // namespace
