@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "common/exact_math.h"
+#include "common/vec4.h"
 #include "rtmonitor/CBreathPro.h"
 
 namespace {
@@ -13,29 +14,91 @@ namespace {
 // Values of a rate history below this are left out of every float mean.
 constexpr float kRateMeanFloor = 4.0f;
 
+using rtm::i32x4;
+using rtm::u32x4;
+
+// The loops below take four elements per step; wrapping sums and products are order-free and
+// minimum and maximum are exact, so the results are those of the element-by-element loops.
+
+struct MinMaxSum {
+    int32_t mx, mn;
+    uint32_t sum;
+};
+
+// Largest, smallest and wrapping sum of a[start, end); needs start < end.
+MinMaxSum minMaxSum(const int* a, int start, int end) {
+    int i = start;
+    MinMaxSum r{a[start], a[start], 0u};
+    if (end - start >= 4) {
+        i32x4 mx = rtm::load4<i32x4>(a + i);
+        i32x4 mn = mx;
+        u32x4 sum = reinterpret_cast<u32x4>(mx);
+        for (i += 4; i + 4 <= end; i += 4) {
+            const i32x4 v = rtm::load4<i32x4>(a + i);
+            mx = rtm::max4(mx, v);
+            mn = rtm::min4(mn, v);
+            sum += reinterpret_cast<u32x4>(v);
+        }
+        r = MinMaxSum{rtm::hmax4(mx), rtm::hmin4(mn), rtm::hsum4(sum)};
+    }
+    for (; i < end; ++i) {
+        if (a[i] > r.mx) r.mx = a[i];
+        if (a[i] < r.mn) r.mn = a[i];
+        r.sum += static_cast<uint32_t>(a[i]);
+    }
+    return r;
+}
+
 int32_t wrappedSum(const int* a, int start, int end) {
-    uint32_t sum = 0;
-    for (int i = start; i < end; ++i) sum += static_cast<uint32_t>(a[i]);
-    return static_cast<int32_t>(sum);
+    return start < end ? static_cast<int32_t>(minMaxSum(a, start, end).sum) : 0;
+}
+
+// Wrapping sum of (a[i] - offset)^2 over [start, end).
+uint32_t wrappedSquares(const int* a, int start, int end, int32_t offset) {
+    int i = start;
+    uint32_t sq = 0;
+    if (end - start >= 4) {
+        const u32x4 o = rtm::splat4u(static_cast<uint32_t>(offset));
+        u32x4 acc = rtm::splat4u(0);
+        for (; i + 4 <= end; i += 4) {
+            const u32x4 d = rtm::load4<u32x4>(a + i) - o;
+            acc += d * d;
+        }
+        sq = rtm::hsum4(acc);
+    }
+    for (; i < end; ++i) {
+        const uint32_t d = static_cast<uint32_t>(a[i]) - static_cast<uint32_t>(offset);
+        sq += d * d;
+    }
+    return sq;
 }
 
 // Integer sample standard deviation: the squared deviations from the truncated mean are summed
 // with 32-bit wrap, divided by (count - 1) as integers, and only then rooted in double precision.
 // A wrapped negative sum gives NaN, which converts to INT32_MIN.
 int32_t integerStd(const int* a, int start, int end, int32_t mean) {
-    int32_t sq = 0;
-    for (int i = start; i < end; ++i) {
-        const int32_t d = rtm::wrapSub32(a[i], mean);
-        sq = rtm::wrapAdd32(sq, rtm::wrapMul32(d, d));
-    }
+    const int32_t sq = static_cast<int32_t>(wrappedSquares(a, start, end, mean));
     const int32_t q = rtm::truncDiv32(sq, rtm::wrapSub32(end - start, 1));
     return rtm::floatToIntX86(std::sqrt(static_cast<double>(q)));
+}
+
+// True when a[start, end) holds `value` anywhere.
+bool contains(const int* a, int start, int end, int value) {
+    int i = start;
+    const i32x4 v = rtm::splat4(value);
+    i32x4 hit = rtm::splat4(0);
+    for (; i + 4 <= end; i += 4) hit |= rtm::load4<i32x4>(a + i) == v;
+    bool found = rtm::any4(hit);
+    for (; i < end; ++i) found = found || a[i] == value;
+    return found;
 }
 
 }  // namespace
 
 bool CBreathPro::judgezeros(int* a, int start, int end, int value, int runLength) {
     if (start >= end) return true;
+    // A run needs at least one sample of the value; most windows hold none.
+    if (!contains(a, start, end, value)) return true;
     int run = 0;
     for (int i = start; i < end; ++i) {
         if (a[i] != value) {
@@ -60,32 +123,21 @@ int CBreathPro::DataMax_Min_Mean_std(int* a, int start, int end, int* pMax, int*
         *pMin = a[start];
         return 1;
     }
-    int32_t mx = a[start];
-    int32_t mn = a[start];
-    for (int i = start; i < end; ++i) {
-        if (a[i] > mx) mx = a[i];
-        if (a[i] < mn) mn = a[i];
-    }
-    const int32_t mean = rtm::truncDiv32(wrappedSum(a, start, end), end - start);
-    *pMax = mx;
-    *pMin = mn;
+    const MinMaxSum r = minMaxSum(a, start, end);
+    const int32_t mean = rtm::truncDiv32(static_cast<int32_t>(r.sum), end - start);
+    *pMax = r.mx;
+    *pMin = r.mn;
     *pMean = mean;
     *pStd = (end - start == 1) ? 0 : integerStd(a, start, end, mean);
     return 1;
 }
 
 int CBreathPro::DataMax(int* a, int start, int end) {
-    int32_t mx = a[start];
-    for (int i = start; i < end; ++i)
-        if (a[i] > mx) mx = a[i];
-    return mx;
+    return start < end ? minMaxSum(a, start, end).mx : a[start];
 }
 
 int CBreathPro::DataMin(int* a, int start, int end) {
-    int32_t mn = a[start];
-    for (int i = start; i < end; ++i)
-        if (a[i] < mn) mn = a[i];
-    return mn;
+    return start < end ? minMaxSum(a, start, end).mn : a[start];
 }
 
 int CBreathPro::DataMean(int* a, int start, int end) {
@@ -131,8 +183,7 @@ void CBreathPro::Arrayshiftfloat(float* a, int n, float v) {
 // which the driver takes as "not zero and not above 50". Do not widen the sum.
 float CBreathPro::energysum(int* a, int n) {
     if (n < 1) return 0.0f;
-    int32_t sq = 0;
-    for (int i = 0; i < n; ++i) sq = rtm::wrapAdd32(sq, rtm::wrapMul32(a[i], a[i]));
+    const int32_t sq = static_cast<int32_t>(wrappedSquares(a, 0, n, 0));
     return static_cast<float>(std::sqrt(static_cast<double>(static_cast<float>(sq)) / 1000000.0));
 }
 

@@ -45,14 +45,19 @@ int CPedometerPro::nBaseFilter(int x, int c) {
 
 int CPedometerPro::nLPFilter(int x, int c) {
     const int p = nLPIndex[c];
+    const int* ring = nLPBuf[c];
     nLPBuf[c][p] = x;
-    // Sample k steps back sits at slot (p - k) mod 12.
-    auto back = [&](int k) { return nLPBuf[c][(p - k + kLowPassTaps) % kLowPassTaps]; };
+    // Sample k steps back sits at slot (p - k) mod 12; the pair (k, 11 - k) is walked with two
+    // slot indexes moving apart, one down from the newest and one up from the oldest.
+    int newer = p;
+    int older = (p + 1 == kLowPassTaps) ? 0 : p + 1;
     int64_t sum = 0;
     for (int k = 0; k < kLowPassTaps / 2; ++k) {
         // Each pair is added as 32-bit integers before the 64-bit product.
-        const int32_t pair = rtm::wrapAdd32(back(k), back(kLowPassTaps - 1 - k));
+        const int32_t pair = rtm::wrapAdd32(ring[newer], ring[older]);
         sum += CoefLP[k] * pair;
+        newer = (newer == 0) ? kLowPassTaps - 1 : newer - 1;
+        older = (older == kLowPassTaps - 1) ? 0 : older + 1;
     }
     nLPIndex[c] = (p + 1 == kLowPassTaps) ? 0 : p + 1;
     return rtm::low32(rtm::sar64(sum, 15));
