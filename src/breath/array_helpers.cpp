@@ -6,7 +6,7 @@
 #include <cstring>
 
 #include "common/exact_math.h"
-#include "common/vec4.h"
+#include "common/kernels.h"
 #include "rtmonitor/CBreathPro.h"
 
 namespace {
@@ -14,40 +14,10 @@ namespace {
 // Values of a rate history below this are left out of every float mean.
 constexpr float kRateMeanFloor = 4.0f;
 
-using rtm::i32x4;
-using rtm::u32x4;
-
-// The loops below take four elements per step; wrapping sums and products are order-free and
-// minimum and maximum are exact, so the results are those of the element-by-element loops.
-
-struct MinMaxSum {
-    int32_t mx, mn;
-    uint32_t sum;
-};
+using rtm::kernels::MinMaxSum;
 
 // Largest, smallest and wrapping sum of a[start, end); needs start < end.
-MinMaxSum minMaxSum(const int* a, int start, int end) {
-    int i = start;
-    MinMaxSum r{a[start], a[start], 0u};
-    if (end - start >= 4) {
-        i32x4 mx = rtm::load4<i32x4>(a + i);
-        i32x4 mn = mx;
-        u32x4 sum = reinterpret_cast<u32x4>(mx);
-        for (i += 4; i + 4 <= end; i += 4) {
-            const i32x4 v = rtm::load4<i32x4>(a + i);
-            mx = rtm::max4(mx, v);
-            mn = rtm::min4(mn, v);
-            sum += reinterpret_cast<u32x4>(v);
-        }
-        r = MinMaxSum{rtm::hmax4(mx), rtm::hmin4(mn), rtm::hsum4(sum)};
-    }
-    for (; i < end; ++i) {
-        if (a[i] > r.mx) r.mx = a[i];
-        if (a[i] < r.mn) r.mn = a[i];
-        r.sum += static_cast<uint32_t>(a[i]);
-    }
-    return r;
-}
+MinMaxSum minMaxSum(const int* a, int start, int end) { return rtm::kernels::minMaxSum(a + start, end - start); }
 
 int32_t wrappedSum(const int* a, int start, int end) {
     return start < end ? static_cast<int32_t>(minMaxSum(a, start, end).sum) : 0;
@@ -55,22 +25,7 @@ int32_t wrappedSum(const int* a, int start, int end) {
 
 // Wrapping sum of (a[i] - offset)^2 over [start, end).
 uint32_t wrappedSquares(const int* a, int start, int end, int32_t offset) {
-    int i = start;
-    uint32_t sq = 0;
-    if (end - start >= 4) {
-        const u32x4 o = rtm::splat4u(static_cast<uint32_t>(offset));
-        u32x4 acc = rtm::splat4u(0);
-        for (; i + 4 <= end; i += 4) {
-            const u32x4 d = rtm::load4<u32x4>(a + i) - o;
-            acc += d * d;
-        }
-        sq = rtm::hsum4(acc);
-    }
-    for (; i < end; ++i) {
-        const uint32_t d = static_cast<uint32_t>(a[i]) - static_cast<uint32_t>(offset);
-        sq += d * d;
-    }
-    return sq;
+    return start < end ? rtm::kernels::sumSquares(a + start, end - start, offset) : 0u;
 }
 
 // Integer sample standard deviation: the squared deviations from the truncated mean are summed
@@ -82,15 +37,26 @@ int32_t integerStd(const int* a, int start, int end, int32_t mean) {
     return rtm::floatToIntX86(std::sqrt(static_cast<double>(q)));
 }
 
+// Truncating division by a fixed divisor d >= 2 as a multiply by ceil(2^64 / d): for a
+// magnitude below 2^32 the product's high word is exactly the floor of the quotient (the
+// rounding up adds less than 2^-32, below the 1/d gap to the next integer). Replaces a hardware
+// division per element of a long window.
+class FixedDivisor {
+public:
+    explicit FixedDivisor(uint32_t d) : m_(~uint64_t{0} / d + 1) {}
+    int32_t divide(int32_t n) const {
+        const uint32_t mag = n < 0 ? 0u - static_cast<uint32_t>(n) : static_cast<uint32_t>(n);
+        const uint32_t q = static_cast<uint32_t>((static_cast<unsigned __int128>(mag) * m_) >> 64);
+        return n < 0 ? static_cast<int32_t>(0u - q) : static_cast<int32_t>(q);
+    }
+
+private:
+    uint64_t m_;
+};
+
 // True when a[start, end) holds `value` anywhere.
 bool contains(const int* a, int start, int end, int value) {
-    int i = start;
-    const i32x4 v = rtm::splat4(value);
-    i32x4 hit = rtm::splat4(0);
-    for (; i + 4 <= end; i += 4) hit |= rtm::load4<i32x4>(a + i) == v;
-    bool found = rtm::any4(hit);
-    for (; i < end; ++i) found = found || a[i] == value;
-    return found;
+    return start < end && rtm::kernels::contains(a + start, end - start, value);
 }
 
 }  // namespace
@@ -192,11 +158,21 @@ float CBreathPro::energysum(int* a, int n) {
 void CBreathPro::moving_average_smooth(int* a, int n, int w, int* out) {
     if (w < 1) w = 1;
     uint32_t sum = 0;
-    for (int i = 0; i < n; ++i) {
+    int i = 0;
+    // While the window fills, the divisor grows with it.
+    for (; i < n && i + 1 < w; ++i) {
+        sum += static_cast<uint32_t>(a[i]);
+        out[i] = rtm::truncDiv32(static_cast<int32_t>(sum), i + 1);
+    }
+    if (w == 1) {
+        for (; i < n; ++i) out[i] = a[i];
+        return;
+    }
+    const FixedDivisor byWidth(static_cast<uint32_t>(w));
+    for (; i < n; ++i) {
         sum += static_cast<uint32_t>(a[i]);
         if (i >= w) sum -= static_cast<uint32_t>(a[i - w]);
-        const int32_t terms = (i + 1 < w) ? i + 1 : w;
-        out[i] = rtm::truncDiv32(static_cast<int32_t>(sum), terms);
+        out[i] = byWidth.divide(static_cast<int32_t>(sum));
     }
 }
 

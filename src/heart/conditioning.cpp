@@ -5,10 +5,11 @@
 #include <algorithm>
 #include <array>
 #include <cstring>
+#include <limits>
 #include <vector>
 
 #include "common/exact_math.h"
-#include "common/vec4.h"
+#include "common/kernels.h"
 #include "heart/heart_math.h"
 #include "rtmonitor/CBeatMeasure.h"
 
@@ -50,6 +51,8 @@ struct RingAlignedTaps {
 };
 constexpr RingAlignedTaps kRingAlignedTaps;
 
+constexpr int kSortedSlots = (CBeatMeasure::kMedianLength + 7) / 8 * 8;
+
 // The median ring changes by one sample per call, so the sorted copy of the previous call is
 // kept and updated by one removal and one insertion instead of a selection over 51 values.
 // The copy is checked against the ring on every call and rebuilt whenever anything else changed
@@ -57,21 +60,12 @@ constexpr RingAlignedTaps kRingAlignedTaps;
 // so analysers driven from different threads never share it.
 struct SortedWindow {
     int window[CBeatMeasure::kMedianLength];  // the ring as last seen, in ring order
-    int sorted[CBeatMeasure::kMedianLength];  // the same values ascending
+    // The same values ascending, then the largest int up to a multiple of 8 entries, which no
+    // value is below, so ranks can be counted over whole vectors.
+    int sorted[kSortedSlots];
     bool filled = false;
 };
 thread_local SortedWindow tSortedWindow;
-
-bool sameWindow(const int* a, const int* b) {
-    constexpr int n = CBeatMeasure::kMedianLength;
-    constexpr int whole = n / 4 * 4;
-    rtm::i32x4 equal = rtm::splat4(-1);
-#pragma GCC unroll 16
-    for (int k = 0; k < whole; k += 4) equal &= rtm::load4<rtm::i32x4>(a + k) == rtm::load4<rtm::i32x4>(b + k);
-    int tail = -1;
-    for (int k = whole; k < n; ++k) tail &= -static_cast<int>(a[k] == b[k]);
-    return (equal[0] & equal[1] & equal[2] & equal[3] & tail) != 0;
-}
 
 // Median of `ring` (kMedianLength values) in which only slot `slot` may have changed since the
 // previous call.
@@ -81,21 +75,24 @@ int slidingMedian(const int* ring, int slot) {
     const int out = w.window[slot];
     const int in = ring[slot];
     w.window[slot] = in;
-    if (!w.filled || !sameWindow(w.window, ring)) {
+    if (!w.filled || std::memcmp(w.window, ring, sizeof w.window) != 0) {
         std::memcpy(w.window, ring, sizeof w.window);
-        std::memcpy(w.sorted, ring, sizeof w.sorted);
+        std::memcpy(w.sorted, ring, sizeof w.window);
         std::sort(w.sorted, w.sorted + n);
+        std::fill(w.sorted + n, w.sorted + kSortedSlots, std::numeric_limits<int>::max());
         w.filled = true;
     } else if (in != out) {
-        // Remove the leaving value and slide the values up to the entering one's place.
+        // Remove the leaving value and slide the values between its place and the entering
+        // one's by a place. A rank (values below) is the index of the first not below, and
+        // counting is cheaper than a search whose branches the data would keep mispredicting.
         int* s = w.sorted;
-        const int kOut = static_cast<int>(std::lower_bound(s, s + n, out) - s);
+        int kOut = 0;
+        int kIn = 0;
+        rtm::kernels::countBelow(s, kSortedSlots, out, in, &kOut, &kIn);
         if (in > out) {
-            const int kIn = static_cast<int>(std::lower_bound(s + kOut + 1, s + n, in) - s);
             std::memmove(s + kOut, s + kOut + 1, sizeof(int) * static_cast<size_t>(kIn - kOut - 1));
             s[kIn - 1] = in;
         } else {
-            const int kIn = static_cast<int>(std::upper_bound(s, s + kOut, in) - s);
             std::memmove(s + kIn + 1, s + kIn, sizeof(int) * static_cast<size_t>(kOut - kIn));
             s[kIn] = in;
         }
@@ -142,11 +139,7 @@ int CBeatMeasure::LowFilterHeart(int x) {
     // ring in storage order against a matching slice of the taps gives the same word as summing
     // the products lag by lag.
     const uint32_t* taps = kRingAlignedTaps.c + (kLowPassTaps - 1 - pos);
-    rtm::u32x4 acc = rtm::splat4u(0);
-    int j = 0;
-    for (; j + 4 <= kLowPassTaps; j += 4) acc += rtm::load4<rtm::u32x4>(nLowPassRing + j) * rtm::load4<rtm::u32x4>(taps + j);
-    uint32_t sum = rtm::hsum4(acc);
-    for (; j < kLowPassTaps; ++j) sum += static_cast<uint32_t>(nLowPassRing[j]) * taps[j];
+    const uint32_t sum = rtm::kernels::dot(nLowPassRing, taps, kLowPassTaps);
 
     nLowPassPos = (pos + 1 == kLowPassTaps) ? 0 : pos + 1;
     return truncDiv32(static_cast<int32_t>(sum), kLowPassDivisor);

@@ -13,6 +13,24 @@ constexpr int kLowPassTaps = 12;
 // Symmetric; only the first half is read. Sum 34120, so the DC gain is 34120/32768.
 constexpr int64_t CoefLP[kLowPassTaps] = {192, 787, 1888, 3412, 4915, 5866,
                                           5866, 4915, 3412, 1888, 787, 192};
+
+// For each write position p, the slots of the samples k and 11 - k steps back (k = 0..5).
+struct PairSlots {
+    unsigned char newer[kLowPassTaps / 2];
+    unsigned char older[kLowPassTaps / 2];
+};
+struct PairSlotTable {
+    PairSlots of[kLowPassTaps];
+    constexpr PairSlotTable() : of() {
+        for (int p = 0; p < kLowPassTaps; ++p) {
+            for (int k = 0; k < kLowPassTaps / 2; ++k) {
+                of[p].newer[k] = static_cast<unsigned char>((p - k + kLowPassTaps) % kLowPassTaps);
+                of[p].older[k] = static_cast<unsigned char>((p - (kLowPassTaps - 1 - k) + kLowPassTaps) % kLowPassTaps);
+            }
+        }
+    }
+};
+constexpr PairSlotTable kPairSlots;
 }  // namespace
 
 CPedometerPro::CPedometerPro() {}
@@ -47,17 +65,14 @@ int CPedometerPro::nLPFilter(int x, int c) {
     const int p = nLPIndex[c];
     const int* ring = nLPBuf[c];
     nLPBuf[c][p] = x;
-    // Sample k steps back sits at slot (p - k) mod 12; the pair (k, 11 - k) is walked with two
-    // slot indexes moving apart, one down from the newest and one up from the oldest.
-    int newer = p;
-    int older = (p + 1 == kLowPassTaps) ? 0 : p + 1;
+    // Sample k steps back sits at slot (p - k) mod 12; the slots of each pair (k, 11 - k) come
+    // from a table per write position instead of two modulos per tap.
+    const PairSlots& slots = kPairSlots.of[p];
     int64_t sum = 0;
     for (int k = 0; k < kLowPassTaps / 2; ++k) {
         // Each pair is added as 32-bit integers before the 64-bit product.
-        const int32_t pair = rtm::wrapAdd32(ring[newer], ring[older]);
+        const int32_t pair = rtm::wrapAdd32(ring[slots.newer[k]], ring[slots.older[k]]);
         sum += CoefLP[k] * pair;
-        newer = (newer == 0) ? kLowPassTaps - 1 : newer - 1;
-        older = (older == kLowPassTaps - 1) ? 0 : older + 1;
     }
     nLPIndex[c] = (p + 1 == kLowPassTaps) ? 0 : p + 1;
     return rtm::low32(rtm::sar64(sum, 15));

@@ -5,7 +5,7 @@
 #include <cmath>
 #include <utility>
 
-#include "common/vec4.h"
+#include "common/kernels.h"
 #include "numeric/fft_real.h"
 #include "rtmonitor/FFT.h"
 
@@ -67,34 +67,6 @@ struct TwiddleTable {
 const TwiddleTable& twiddles() {
     static const TwiddleTable table;
     return table;
-}
-
-// One stage of butterflies on split real and imaginary parts, four offsets at a time (h >= 4).
-// Per element the operations and their order are those of the interleaved loop.
-void splitStage(float* re, float* im, int n, int h, const float* wre, const float* wim) {
-    using rtm::f32x4;
-    using rtm::load4;
-    using rtm::store4;
-    for (int base = 0; base < n; base += 2 * h) {
-        float* ar = re + base;
-        float* ai = im + base;
-        float* br = ar + h;
-        float* bi = ai + h;
-        for (int k = 0; k < h; k += 4) {
-            const f32x4 wr = load4<f32x4>(wre + k);
-            const f32x4 wi = load4<f32x4>(wim + k);
-            const f32x4 xr = load4<f32x4>(br + k);
-            const f32x4 xi = load4<f32x4>(bi + k);
-            const f32x4 tr = wr * xr - wi * xi;
-            const f32x4 ti = wr * xi + wi * xr;
-            const f32x4 yr = load4<f32x4>(ar + k);
-            const f32x4 yi = load4<f32x4>(ai + k);
-            store4(br + k, yr - tr);
-            store4(bi + k, yi - ti);
-            store4(ar + k, yr + tr);
-            store4(ai + k, yi + ti);
-        }
-    }
 }
 
 }  // namespace
@@ -190,7 +162,7 @@ bool fftRealPadded(const int* in, int count, int n, float* re, float* im) {
         }
     }
     const TwiddleTable& t = twiddles();
-    for (int h = 4; h < n; h *= 2) splitStage(re, im, n, h, t.re[0] + h, t.im[0] + h);
+    for (int h = 4; h < n; h *= 2) rtm::kernels::butterflyStage(re, im, n, h, t.re[0] + h, t.im[0] + h);
     return true;
 }
 

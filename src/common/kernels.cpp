@@ -1,0 +1,296 @@
+// Four-lane and AVX2 versions of the array kernels, and the run-time choice between them.
+#include "common/kernels.h"
+
+#include "common/vec4.h"
+
+#if defined(__x86_64__) && (defined(__GNUC__) || defined(__clang__))
+#define RTM_HAVE_AVX2_KERNELS 1
+#include <immintrin.h>
+#endif
+
+namespace rtm {
+namespace kernels {
+
+namespace portable {
+
+MinMaxSum minMaxSum(const int32_t* a, int n) {
+    int i = 0;
+    MinMaxSum r{a[0], a[0], 0u};
+    if (n >= 4) {
+        i32x4 mx = load4<i32x4>(a);
+        i32x4 mn = mx;
+        u32x4 sum = reinterpret_cast<u32x4>(mx);
+        for (i = 4; i + 4 <= n; i += 4) {
+            const i32x4 v = load4<i32x4>(a + i);
+            mx = max4(mx, v);
+            mn = min4(mn, v);
+            sum += reinterpret_cast<u32x4>(v);
+        }
+        r = MinMaxSum{hmax4(mx), hmin4(mn), hsum4(sum)};
+    }
+    for (; i < n; ++i) {
+        if (a[i] > r.mx) r.mx = a[i];
+        if (a[i] < r.mn) r.mn = a[i];
+        r.sum += static_cast<uint32_t>(a[i]);
+    }
+    return r;
+}
+
+uint32_t sumSquares(const int32_t* a, int n, int32_t offset) {
+    int i = 0;
+    u32x4 acc = splat4u(0);
+    const u32x4 o = splat4u(static_cast<uint32_t>(offset));
+    for (; i + 4 <= n; i += 4) {
+        const u32x4 d = load4<u32x4>(a + i) - o;
+        acc += d * d;
+    }
+    uint32_t sq = hsum4(acc);
+    for (; i < n; ++i) {
+        const uint32_t d = static_cast<uint32_t>(a[i]) - static_cast<uint32_t>(offset);
+        sq += d * d;
+    }
+    return sq;
+}
+
+uint32_t dot(const int32_t* a, const uint32_t* b, int n) {
+    int i = 0;
+    u32x4 acc = splat4u(0);
+    for (; i + 4 <= n; i += 4) acc += load4<u32x4>(a + i) * load4<u32x4>(b + i);
+    uint32_t sum = hsum4(acc);
+    for (; i < n; ++i) sum += static_cast<uint32_t>(a[i]) * b[i];
+    return sum;
+}
+
+bool contains(const int32_t* a, int n, int32_t v) {
+    int i = 0;
+    const i32x4 vv = splat4(v);
+    i32x4 hit = splat4(0);
+    for (; i + 4 <= n; i += 4) hit |= load4<i32x4>(a + i) == vv;
+    bool found = any4(hit);
+    for (; i < n; ++i) found = found || a[i] == v;
+    return found;
+}
+
+void countBelow(const int32_t* a, int n, int32_t v, int32_t u, int* belowV, int* belowU) {
+    // A true comparison lane is -1, so subtracting the masks counts.
+    i32x4 cv = splat4(0);
+    i32x4 cu = splat4(0);
+    const i32x4 vv = splat4(v);
+    const i32x4 uu = splat4(u);
+    for (int i = 0; i < n; i += 4) {
+        const i32x4 x = load4<i32x4>(a + i);
+        cv -= x < vv;
+        cu -= x < uu;
+    }
+    *belowV = static_cast<int>(hsum4(reinterpret_cast<u32x4>(cv)));
+    *belowU = static_cast<int>(hsum4(reinterpret_cast<u32x4>(cu)));
+}
+
+void butterflyStage(float* re, float* im, int n, int h, const float* wre, const float* wim) {
+    for (int base = 0; base < n; base += 2 * h) {
+        float* ar = re + base;
+        float* ai = im + base;
+        float* br = ar + h;
+        float* bi = ai + h;
+        for (int k = 0; k < h; k += 4) {
+            const f32x4 wr = load4<f32x4>(wre + k);
+            const f32x4 wi = load4<f32x4>(wim + k);
+            const f32x4 xr = load4<f32x4>(br + k);
+            const f32x4 xi = load4<f32x4>(bi + k);
+            const f32x4 tr = wr * xr - wi * xi;
+            const f32x4 ti = wr * xi + wi * xr;
+            const f32x4 yr = load4<f32x4>(ar + k);
+            const f32x4 yi = load4<f32x4>(ai + k);
+            store4(br + k, yr - tr);
+            store4(bi + k, yi - ti);
+            store4(ar + k, yr + tr);
+            store4(ai + k, yi + ti);
+        }
+    }
+}
+
+}  // namespace portable
+
+#ifdef RTM_HAVE_AVX2_KERNELS
+
+namespace avx2 {
+
+#define RTM_AVX2 __attribute__((target("avx2")))
+
+namespace {
+RTM_AVX2 inline int32_t hmax8(__m256i v) {
+    __m128i m = _mm_max_epi32(_mm256_castsi256_si128(v), _mm256_extracti128_si256(v, 1));
+    m = _mm_max_epi32(m, _mm_shuffle_epi32(m, 0x4E));
+    m = _mm_max_epi32(m, _mm_shuffle_epi32(m, 0xB1));
+    return _mm_cvtsi128_si32(m);
+}
+RTM_AVX2 inline int32_t hmin8(__m256i v) {
+    __m128i m = _mm_min_epi32(_mm256_castsi256_si128(v), _mm256_extracti128_si256(v, 1));
+    m = _mm_min_epi32(m, _mm_shuffle_epi32(m, 0x4E));
+    m = _mm_min_epi32(m, _mm_shuffle_epi32(m, 0xB1));
+    return _mm_cvtsi128_si32(m);
+}
+RTM_AVX2 inline uint32_t hsum8(__m256i v) {
+    __m128i m = _mm_add_epi32(_mm256_castsi256_si128(v), _mm256_extracti128_si256(v, 1));
+    m = _mm_add_epi32(m, _mm_shuffle_epi32(m, 0x4E));
+    m = _mm_add_epi32(m, _mm_shuffle_epi32(m, 0xB1));
+    return static_cast<uint32_t>(_mm_cvtsi128_si32(m));
+}
+RTM_AVX2 inline __m256i load8(const int32_t* p) { return _mm256_loadu_si256(reinterpret_cast<const __m256i*>(p)); }
+RTM_AVX2 inline __m256i load8(const uint32_t* p) { return _mm256_loadu_si256(reinterpret_cast<const __m256i*>(p)); }
+}  // namespace
+
+RTM_AVX2 MinMaxSum minMaxSum(const int32_t* a, int n) {
+    if (n < 8) return portable::minMaxSum(a, n);
+    __m256i mx = load8(a);
+    __m256i mn = mx;
+    __m256i sum = mx;
+    int i = 8;
+    for (; i + 8 <= n; i += 8) {
+        const __m256i v = load8(a + i);
+        mx = _mm256_max_epi32(mx, v);
+        mn = _mm256_min_epi32(mn, v);
+        sum = _mm256_add_epi32(sum, v);
+    }
+    MinMaxSum r{hmax8(mx), hmin8(mn), hsum8(sum)};
+    for (; i < n; ++i) {
+        if (a[i] > r.mx) r.mx = a[i];
+        if (a[i] < r.mn) r.mn = a[i];
+        r.sum += static_cast<uint32_t>(a[i]);
+    }
+    return r;
+}
+
+RTM_AVX2 uint32_t sumSquares(const int32_t* a, int n, int32_t offset) {
+    int i = 0;
+    __m256i acc = _mm256_setzero_si256();
+    const __m256i o = _mm256_set1_epi32(offset);
+    for (; i + 8 <= n; i += 8) {
+        const __m256i d = _mm256_sub_epi32(load8(a + i), o);
+        acc = _mm256_add_epi32(acc, _mm256_mullo_epi32(d, d));
+    }
+    uint32_t sq = hsum8(acc);
+    for (; i < n; ++i) {
+        const uint32_t d = static_cast<uint32_t>(a[i]) - static_cast<uint32_t>(offset);
+        sq += d * d;
+    }
+    return sq;
+}
+
+RTM_AVX2 void countBelow(const int32_t* a, int n, int32_t v, int32_t u, int* belowV, int* belowU) {
+    __m256i cv = _mm256_setzero_si256();
+    __m256i cu = _mm256_setzero_si256();
+    const __m256i vv = _mm256_set1_epi32(v);
+    const __m256i uu = _mm256_set1_epi32(u);
+    for (int i = 0; i < n; i += 8) {
+        const __m256i x = load8(a + i);
+        cv = _mm256_sub_epi32(cv, _mm256_cmpgt_epi32(vv, x));
+        cu = _mm256_sub_epi32(cu, _mm256_cmpgt_epi32(uu, x));
+    }
+    *belowV = static_cast<int>(hsum8(cv));
+    *belowU = static_cast<int>(hsum8(cu));
+}
+
+RTM_AVX2 uint32_t dot(const int32_t* a, const uint32_t* b, int n) {
+    int i = 0;
+    __m256i acc = _mm256_setzero_si256();
+    for (; i + 8 <= n; i += 8) acc = _mm256_add_epi32(acc, _mm256_mullo_epi32(load8(a + i), load8(b + i)));
+    if (i + 4 <= n) {
+        const __m128i p = _mm_mullo_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i*>(a + i)),
+                                          _mm_loadu_si128(reinterpret_cast<const __m128i*>(b + i)));
+        acc = _mm256_add_epi32(acc, _mm256_zextsi128_si256(p));
+        i += 4;
+    }
+    uint32_t sum = hsum8(acc);
+    for (; i < n; ++i) sum += static_cast<uint32_t>(a[i]) * b[i];
+    return sum;
+}
+
+RTM_AVX2 bool contains(const int32_t* a, int n, int32_t v) {
+    int i = 0;
+    const __m256i vv = _mm256_set1_epi32(v);
+    __m256i hit = _mm256_setzero_si256();
+    for (; i + 8 <= n; i += 8) hit = _mm256_or_si256(hit, _mm256_cmpeq_epi32(load8(a + i), vv));
+    bool found = !_mm256_testz_si256(hit, hit);
+    for (; i < n; ++i) found = found || a[i] == v;
+    return found;
+}
+
+RTM_AVX2 void butterflyStage(float* re, float* im, int n, int h, const float* wre, const float* wim) {
+    if (h < 8) {
+        portable::butterflyStage(re, im, n, h, wre, wim);
+        return;
+    }
+    for (int base = 0; base < n; base += 2 * h) {
+        float* ar = re + base;
+        float* ai = im + base;
+        float* br = ar + h;
+        float* bi = ai + h;
+        for (int k = 0; k < h; k += 8) {
+            const __m256 wr = _mm256_loadu_ps(wre + k);
+            const __m256 wi = _mm256_loadu_ps(wim + k);
+            const __m256 xr = _mm256_loadu_ps(br + k);
+            const __m256 xi = _mm256_loadu_ps(bi + k);
+            const __m256 tr = _mm256_sub_ps(_mm256_mul_ps(wr, xr), _mm256_mul_ps(wi, xi));
+            const __m256 ti = _mm256_add_ps(_mm256_mul_ps(wr, xi), _mm256_mul_ps(wi, xr));
+            const __m256 yr = _mm256_loadu_ps(ar + k);
+            const __m256 yi = _mm256_loadu_ps(ai + k);
+            _mm256_storeu_ps(br + k, _mm256_sub_ps(yr, tr));
+            _mm256_storeu_ps(bi + k, _mm256_sub_ps(yi, ti));
+            _mm256_storeu_ps(ar + k, _mm256_add_ps(yr, tr));
+            _mm256_storeu_ps(ai + k, _mm256_add_ps(yi, ti));
+        }
+    }
+}
+
+#undef RTM_AVX2
+
+}  // namespace avx2
+
+bool haveAvx2() {
+    static const bool have = __builtin_cpu_supports("avx2");
+    return have;
+}
+
+#else
+
+namespace avx2 {
+void countBelow(const int32_t* a, int n, int32_t v, int32_t u, int* belowV, int* belowU) {
+    portable::countBelow(a, n, v, u, belowV, belowU);
+}
+MinMaxSum minMaxSum(const int32_t* a, int n) { return portable::minMaxSum(a, n); }
+uint32_t sumSquares(const int32_t* a, int n, int32_t offset) { return portable::sumSquares(a, n, offset); }
+uint32_t dot(const int32_t* a, const uint32_t* b, int n) { return portable::dot(a, b, n); }
+bool contains(const int32_t* a, int n, int32_t v) { return portable::contains(a, n, v); }
+void butterflyStage(float* re, float* im, int n, int h, const float* wre, const float* wim) {
+    portable::butterflyStage(re, im, n, h, wre, wim);
+}
+}  // namespace avx2
+
+bool haveAvx2() { return false; }
+
+#endif
+
+void countBelow(const int32_t* a, int n, int32_t v, int32_t u, int* belowV, int* belowU) {
+    if (haveAvx2()) {
+        avx2::countBelow(a, n, v, u, belowV, belowU);
+    } else {
+        portable::countBelow(a, n, v, u, belowV, belowU);
+    }
+}
+MinMaxSum minMaxSum(const int32_t* a, int n) { return haveAvx2() ? avx2::minMaxSum(a, n) : portable::minMaxSum(a, n); }
+uint32_t sumSquares(const int32_t* a, int n, int32_t offset) {
+    return haveAvx2() ? avx2::sumSquares(a, n, offset) : portable::sumSquares(a, n, offset);
+}
+uint32_t dot(const int32_t* a, const uint32_t* b, int n) { return haveAvx2() ? avx2::dot(a, b, n) : portable::dot(a, b, n); }
+bool contains(const int32_t* a, int n, int32_t v) { return haveAvx2() ? avx2::contains(a, n, v) : portable::contains(a, n, v); }
+void butterflyStage(float* re, float* im, int n, int h, const float* wre, const float* wim) {
+    if (haveAvx2()) {
+        avx2::butterflyStage(re, im, n, h, wre, wim);
+    } else {
+        portable::butterflyStage(re, im, n, h, wre, wim);
+    }
+}
+
+}  // namespace kernels
+}  // namespace rtm

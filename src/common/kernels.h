@@ -1,0 +1,54 @@
+// Array kernels of the hot loops: range statistics, wrapping sums of squares and products, a
+// value search, and one stage of split-format radix-2 butterflies. Each has a four-lane version
+// for any processor and, on x86-64, an eight-lane AVX2 version picked at run time when the CPU
+// has it. The integer kernels use order-free wrapping arithmetic; the butterfly keeps each
+// element's operations and their order, and AVX2 without fused multiply-add rounds exactly as
+// SSE does, so every version gives the same bits.
+#pragma once
+
+#include <cstdint>
+
+namespace rtm {
+namespace kernels {
+
+struct MinMaxSum {
+    int32_t mx;
+    int32_t mn;
+    uint32_t sum;  // wrapping sum
+};
+
+// Largest, smallest and wrapping sum of a[0, n); n >= 1.
+MinMaxSum minMaxSum(const int32_t* a, int n);
+// Wrapping sum of (a[i] - offset)^2 over [0, n).
+uint32_t sumSquares(const int32_t* a, int n, int32_t offset);
+// Wrapping sum of a[i] * b[i] over [0, n).
+uint32_t dot(const int32_t* a, const uint32_t* b, int n);
+// True when a[0, n) holds v.
+bool contains(const int32_t* a, int n, int32_t v);
+// How many of a[0, n) are below v and how many below u; n a multiple of 8.
+void countBelow(const int32_t* a, int n, int32_t v, int32_t u, int* belowV, int* belowU);
+// One stage (half size h >= 4, a multiple of 4 dividing n / 2) of butterflies on split parts:
+// for each block and offset k, t = w[k] * x[k + h]; x[k + h] = x[k] - t; x[k] = x[k] + t.
+void butterflyStage(float* re, float* im, int n, int h, const float* wre, const float* wim);
+
+// The versions themselves, for the test that holds them to each other.
+bool haveAvx2();
+namespace portable {
+void countBelow(const int32_t* a, int n, int32_t v, int32_t u, int* belowV, int* belowU);
+MinMaxSum minMaxSum(const int32_t* a, int n);
+uint32_t sumSquares(const int32_t* a, int n, int32_t offset);
+uint32_t dot(const int32_t* a, const uint32_t* b, int n);
+bool contains(const int32_t* a, int n, int32_t v);
+void butterflyStage(float* re, float* im, int n, int h, const float* wre, const float* wim);
+}  // namespace portable
+namespace avx2 {
+void countBelow(const int32_t* a, int n, int32_t v, int32_t u, int* belowV, int* belowU);
+MinMaxSum minMaxSum(const int32_t* a, int n);
+uint32_t sumSquares(const int32_t* a, int n, int32_t offset);
+uint32_t dot(const int32_t* a, const uint32_t* b, int n);
+bool contains(const int32_t* a, int n, int32_t v);
+void butterflyStage(float* re, float* im, int n, int h, const float* wre, const float* wim);
+}  // namespace avx2
+
+}  // namespace kernels
+}  // namespace rtm
