@@ -71,6 +71,27 @@ bool contains(const int32_t* a, int n, int32_t v) {
     return found;
 }
 
+namespace {
+bool isTurn(const int32_t* a, int64_t i) {
+    const int32_t x = a[i];
+    return (x > a[i - 1] && x >= a[i + 1]) || (x < a[i - 1] && x <= a[i + 1]);
+}
+}  // namespace
+
+int64_t nextTurn(const int32_t* a, int64_t from, int64_t stop) {
+    int64_t i = from;
+    for (; i + 4 <= stop; i += 4) {
+        const i32x4 x = load4<i32x4>(a + i);
+        const i32x4 p = load4<i32x4>(a + i - 1);
+        const i32x4 n = load4<i32x4>(a + i + 1);
+        const i32x4 turn = ((x > p) & (x >= n)) | ((x < p) & (x <= n));
+        if (any4(turn)) break;
+    }
+    for (; i < stop; ++i)
+        if (isTurn(a, i)) return i;
+    return stop;
+}
+
 void countBelow(const int32_t* a, int n, int32_t v, int32_t u, int* belowV, int* belowU) {
     // A true comparison lane is -1, so subtracting the masks counts.
     i32x4 cv = splat4(0);
@@ -177,6 +198,22 @@ RTM_AVX2 uint32_t sumSquares(const int32_t* a, int n, int32_t offset) {
     return sq;
 }
 
+RTM_AVX2 int64_t nextTurn(const int32_t* a, int64_t from, int64_t stop) {
+    int64_t i = from;
+    for (; i + 8 <= stop; i += 8) {
+        const __m256i x = load8(a + i);
+        const __m256i p = load8(a + i - 1);
+        const __m256i n = load8(a + i + 1);
+        // x >= n is not (n > x); the peak side is (x > p) and not (n > x), the trough side
+        // (p > x) and not (x > n).
+        const __m256i peak = _mm256_andnot_si256(_mm256_cmpgt_epi32(n, x), _mm256_cmpgt_epi32(x, p));
+        const __m256i trough = _mm256_andnot_si256(_mm256_cmpgt_epi32(x, n), _mm256_cmpgt_epi32(p, x));
+        const __m256i turn = _mm256_or_si256(peak, trough);
+        if (!_mm256_testz_si256(turn, turn)) break;
+    }
+    return portable::nextTurn(a, i, stop);
+}
+
 RTM_AVX2 void countBelow(const int32_t* a, int n, int32_t v, int32_t u, int* belowV, int* belowU) {
     __m256i cv = _mm256_setzero_si256();
     __m256i cu = _mm256_setzero_si256();
@@ -247,14 +284,22 @@ RTM_AVX2 void butterflyStage(float* re, float* im, int n, int h, const float* wr
 
 }  // namespace avx2
 
-bool haveAvx2() {
-    static const bool have = __builtin_cpu_supports("avx2");
-    return have;
+namespace {
+bool detectAvx2() {
+    __builtin_cpu_init();
+    return __builtin_cpu_supports("avx2") != 0;
 }
+// Read once at load. Should a kernel ever run before this is set, it takes the four-lane
+// version, which gives the same results.
+const bool kAvx2 = detectAvx2();
+}  // namespace
+
+bool haveAvx2() { return kAvx2; }
 
 #else
 
 namespace avx2 {
+int64_t nextTurn(const int32_t* a, int64_t from, int64_t stop) { return portable::nextTurn(a, from, stop); }
 void countBelow(const int32_t* a, int n, int32_t v, int32_t u, int* belowV, int* belowU) {
     portable::countBelow(a, n, v, u, belowV, belowU);
 }
@@ -271,6 +316,9 @@ bool haveAvx2() { return false; }
 
 #endif
 
+int64_t nextTurn(const int32_t* a, int64_t from, int64_t stop) {
+    return haveAvx2() ? avx2::nextTurn(a, from, stop) : portable::nextTurn(a, from, stop);
+}
 void countBelow(const int32_t* a, int n, int32_t v, int32_t u, int* belowV, int* belowU) {
     if (haveAvx2()) {
         avx2::countBelow(a, n, v, u, belowV, belowU);

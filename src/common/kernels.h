@@ -25,6 +25,9 @@ uint32_t sumSquares(const int32_t* a, int n, int32_t offset);
 uint32_t dot(const int32_t* a, const uint32_t* b, int n);
 // True when a[0, n) holds v.
 bool contains(const int32_t* a, int n, int32_t v);
+// First i in [from, stop) where a[i] is a turning point, a[i] > a[i-1] && a[i] >= a[i+1] or
+// a[i] < a[i-1] && a[i] <= a[i+1]; stop when none. Reads a[from - 1 .. stop].
+int64_t nextTurn(const int32_t* a, int64_t from, int64_t stop);
 // How many of a[0, n) are below v and how many below u; n a multiple of 8.
 void countBelow(const int32_t* a, int n, int32_t v, int32_t u, int* belowV, int* belowU);
 // One stage (half size h >= 4, a multiple of 4 dividing n / 2) of butterflies on split parts:
@@ -34,6 +37,7 @@ void butterflyStage(float* re, float* im, int n, int h, const float* wre, const 
 // The versions themselves, for the test that holds them to each other.
 bool haveAvx2();
 namespace portable {
+int64_t nextTurn(const int32_t* a, int64_t from, int64_t stop);
 void countBelow(const int32_t* a, int n, int32_t v, int32_t u, int* belowV, int* belowU);
 MinMaxSum minMaxSum(const int32_t* a, int n);
 uint32_t sumSquares(const int32_t* a, int n, int32_t offset);
@@ -42,6 +46,7 @@ bool contains(const int32_t* a, int n, int32_t v);
 void butterflyStage(float* re, float* im, int n, int h, const float* wre, const float* wim);
 }  // namespace portable
 namespace avx2 {
+int64_t nextTurn(const int32_t* a, int64_t from, int64_t stop);
 void countBelow(const int32_t* a, int n, int32_t v, int32_t u, int* belowV, int* belowU);
 MinMaxSum minMaxSum(const int32_t* a, int n);
 uint32_t sumSquares(const int32_t* a, int n, int32_t offset);

@@ -8,6 +8,7 @@
 #include <functional>
 
 #include "common/exact_math.h"
+#include "common/kernels.h"
 #include "heart/heart_math.h"
 #include "rtmonitor/CBeatMeasure.h"
 
@@ -159,14 +160,18 @@ int CBeatMeasure::xValue(int, int i) {
     const int slot = slotIndex(i);
     const int* f = nFilteredRing[leadRow(nLeadIndex)];
     const int p = ringIndex(stCandidateRing[slot].nPosition);
-    int hi = f[p];
-    int lo = f[p];
-    for (int k = -kAmplitudeHalfSpan; k < kAmplitudeHalfSpan; ++k) {
-        const int v = f[ringIndex(p + k)];
-        hi = std::max(hi, v);
-        lo = std::min(lo, v);
+    // Extremes over p - 150 .. p + 149 round the ring (p itself is inside), as one or two
+    // straight runs of the ring.
+    const int from = ringIndex(p - kAmplitudeHalfSpan);
+    const int span = 2 * kAmplitudeHalfSpan;
+    const int first = std::min(span, rtm::heart::kRingLength - from);
+    rtm::kernels::MinMaxSum r = rtm::kernels::minMaxSum(f + from, first);
+    if (first < span) {
+        const rtm::kernels::MinMaxSum wrapped = rtm::kernels::minMaxSum(f, span - first);
+        r.mx = std::max(r.mx, wrapped.mx);
+        r.mn = std::min(r.mn, wrapped.mn);
     }
-    nBeatAmplitude[slot] = wrapSub32(hi, lo);
+    nBeatAmplitude[slot] = wrapSub32(r.mx, r.mn);
 
     int sumA = 0;
     int sumRR = 0;

@@ -1,0 +1,142 @@
+// The array kernels against plain element loops, in both the four-lane and the AVX2 version (the
+// latter only where the CPU has it): lengths round the vector widths, and words at the ends of
+// the int range, where wrapping and signed comparisons go wrong first.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <climits>
+#include <cstring>
+#include <random>
+#include <vector>
+
+#include "common/kernels.h"
+#include "rtmonitor/CBreathPro.h"
+
+namespace {
+
+namespace k = rtm::kernels;
+
+std::vector<int32_t> words(std::mt19937& g, int n, bool extreme) {
+    std::uniform_int_distribution<int32_t> any(INT32_MIN, INT32_MAX), small(-3, 3);
+    std::vector<int32_t> v(static_cast<size_t>(n) + 2);
+    for (auto& x : v) {
+        x = extreme ? any(g) : small(g);
+        if (extreme && g() % 5 == 0) x = (g() & 1) ? INT32_MAX : INT32_MIN;
+    }
+    return v;
+}
+
+struct Version {
+    const char* name;
+    k::MinMaxSum (*minMaxSum)(const int32_t*, int);
+    uint32_t (*sumSquares)(const int32_t*, int, int32_t);
+    uint32_t (*dot)(const int32_t*, const uint32_t*, int);
+    bool (*contains)(const int32_t*, int, int32_t);
+    int64_t (*nextTurn)(const int32_t*, int64_t, int64_t);
+    void (*countBelow)(const int32_t*, int, int32_t, int32_t, int*, int*);
+    void (*butterflyStage)(float*, float*, int, int, const float*, const float*);
+};
+
+std::vector<Version> versions() {
+    std::vector<Version> v{{"four-lane", k::portable::minMaxSum, k::portable::sumSquares, k::portable::dot,
+                            k::portable::contains, k::portable::nextTurn, k::portable::countBelow,
+                            k::portable::butterflyStage}};
+    if (k::haveAvx2())
+        v.push_back({"avx2", k::avx2::minMaxSum, k::avx2::sumSquares, k::avx2::dot, k::avx2::contains,
+                     k::avx2::nextTurn, k::avx2::countBelow, k::avx2::butterflyStage});
+    return v;
+}
+
+}  // namespace
+
+TEST(Kernels, IntegerKernelsEqualTheElementLoops) {
+    std::mt19937 g(9u);
+    for (const Version& ver : versions()) {
+        for (int n = 1; n <= 40; ++n) {
+            for (bool extreme : {false, true}) {
+                const auto a = words(g, n, extreme);
+                const auto b = words(g, n, extreme);
+                const int32_t off = a[static_cast<size_t>(n)];
+                int32_t mx = a[0], mn = a[0];
+                uint32_t sum = 0, sq = 0, dp = 0;
+                for (int i = 0; i < n; ++i) {
+                    mx = std::max(mx, a[i]);
+                    mn = std::min(mn, a[i]);
+                    sum += static_cast<uint32_t>(a[i]);
+                    const uint32_t d = static_cast<uint32_t>(a[i]) - static_cast<uint32_t>(off);
+                    sq += d * d;
+                    dp += static_cast<uint32_t>(a[i]) * static_cast<uint32_t>(b[i]);
+                }
+                const k::MinMaxSum r = ver.minMaxSum(a.data(), n);
+                EXPECT_TRUE(r.mx == mx && r.mn == mn && r.sum == sum) << ver.name << " n " << n;
+                EXPECT_EQ(ver.sumSquares(a.data(), n, off), sq) << ver.name << " n " << n;
+                EXPECT_EQ(ver.dot(a.data(), reinterpret_cast<const uint32_t*>(b.data()), n), dp) << ver.name;
+                EXPECT_EQ(ver.contains(a.data(), n, b[0]), std::count(a.begin(), a.begin() + n, b[0]) > 0) << ver.name;
+                // Turning points: every start and end of a stretch of the walk.
+                for (int from = 1; from < n; ++from) {
+                    int64_t want = n;
+                    for (int i = from; i < n; ++i) {
+                        const bool turn = (a[i] > a[i - 1] && a[i] >= a[i + 1]) || (a[i] < a[i - 1] && a[i] <= a[i + 1]);
+                        if (turn) {
+                            want = i;
+                            break;
+                        }
+                    }
+                    ASSERT_EQ(ver.nextTurn(a.data(), from, n), want) << ver.name << " n " << n << " from " << from;
+                }
+                if (n % 8 == 0) {
+                    int below = -1, belowU = -1;
+                    ver.countBelow(a.data(), n, off, b[1], &below, &belowU);
+                    EXPECT_EQ(below, std::count_if(a.begin(), a.begin() + n, [&](int32_t x) { return x < off; }));
+                    EXPECT_EQ(belowU, std::count_if(a.begin(), a.begin() + n, [&](int32_t x) { return x < b[1]; }));
+                }
+            }
+        }
+    }
+}
+
+TEST(Kernels, ButterflyStageMatchesTheElementLoopBitForBit) {
+    std::mt19937 g(3u);
+    std::uniform_real_distribution<float> d(-1e5f, 1e5f);
+    for (const Version& ver : versions()) {
+        for (int h = 4; h <= 64; h *= 2) {
+            const int n = 4 * h;
+            std::vector<float> re(n), im(n), wr(h), wi(h);
+            for (auto* v : {&re, &im, &wr, &wi})
+                for (float& x : *v) x = d(g);
+            auto er = re, ei = im;
+            for (int base = 0; base < n; base += 2 * h) {
+                for (int j = 0; j < h; ++j) {
+                    const int a = base + j, b = a + h;
+                    const float tr = wr[j] * er[b] - wi[j] * ei[b], ti = wr[j] * ei[b] + wi[j] * er[b];
+                    er[b] = er[a] - tr;
+                    ei[b] = ei[a] - ti;
+                    er[a] = er[a] + tr;
+                    ei[a] = ei[a] + ti;
+                }
+            }
+            ver.butterflyStage(re.data(), im.data(), n, h, wr.data(), wi.data());
+            EXPECT_EQ(std::memcmp(re.data(), er.data(), sizeof(float) * n), 0) << ver.name << " h " << h;
+            EXPECT_EQ(std::memcmp(im.data(), ei.data(), sizeof(float) * n), 0) << ver.name << " h " << h;
+        }
+    }
+}
+
+// The trailing mean divides by a fixed width through a multiply; at the ends of the int range
+// the truncated quotient must still be that of the hardware division.
+TEST(Kernels, TrailingMeanDividesLikeTheHardware) {
+    std::mt19937 g(4u);
+    CBreathPro b;
+    for (int w : {1, 2, 3, 7, 10, 25, 1000, INT32_MAX}) {
+        const auto a = words(g, 300, true);
+        std::vector<int> out(300), want(300);
+        uint32_t sum = 0;
+        for (int i = 0; i < 300; ++i) {
+            sum += static_cast<uint32_t>(a[i]);
+            if (i >= w) sum -= static_cast<uint32_t>(a[i - w]);
+            want[i] = static_cast<int32_t>(sum) / std::min(i + 1, w);
+        }
+        b.moving_average_smooth(const_cast<int*>(a.data()), 300, w, out.data());
+        EXPECT_EQ(out, want) << "width " << w;
+    }
+}
