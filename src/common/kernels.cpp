@@ -296,6 +296,8 @@ const bool kAvx2 = detectAvx2();
 
 bool haveAvx2() { return kAvx2; }
 
+#define RTM_PICK(call) (kAvx2 ? avx2::call : portable::call)
+
 #else
 
 namespace avx2 {
@@ -312,33 +314,26 @@ void butterflyStage(float* re, float* im, int n, int h, const float* wre, const 
 }
 }  // namespace avx2
 
+constexpr bool kAvx2 = false;
 bool haveAvx2() { return false; }
+
+#define RTM_PICK(call) portable::call
 
 #endif
 
-int64_t nextTurn(const int32_t* a, int64_t from, int64_t stop) {
-    return haveAvx2() ? avx2::nextTurn(a, from, stop) : portable::nextTurn(a, from, stop);
-}
+int64_t nextTurn(const int32_t* a, int64_t from, int64_t stop) { return RTM_PICK(nextTurn(a, from, stop)); }
 void countBelow(const int32_t* a, int n, int32_t v, int32_t u, int* belowV, int* belowU) {
-    if (haveAvx2()) {
-        avx2::countBelow(a, n, v, u, belowV, belowU);
-    } else {
-        portable::countBelow(a, n, v, u, belowV, belowU);
-    }
+    RTM_PICK(countBelow(a, n, v, u, belowV, belowU));
 }
-MinMaxSum minMaxSum(const int32_t* a, int n) { return haveAvx2() ? avx2::minMaxSum(a, n) : portable::minMaxSum(a, n); }
-uint32_t sumSquares(const int32_t* a, int n, int32_t offset) {
-    return haveAvx2() ? avx2::sumSquares(a, n, offset) : portable::sumSquares(a, n, offset);
-}
-uint32_t dot(const int32_t* a, const uint32_t* b, int n) { return haveAvx2() ? avx2::dot(a, b, n) : portable::dot(a, b, n); }
-bool contains(const int32_t* a, int n, int32_t v) { return haveAvx2() ? avx2::contains(a, n, v) : portable::contains(a, n, v); }
+MinMaxSum minMaxSum(const int32_t* a, int n) { return RTM_PICK(minMaxSum(a, n)); }
+uint32_t sumSquares(const int32_t* a, int n, int32_t offset) { return RTM_PICK(sumSquares(a, n, offset)); }
+uint32_t dot(const int32_t* a, const uint32_t* b, int n) { return RTM_PICK(dot(a, b, n)); }
+bool contains(const int32_t* a, int n, int32_t v) { return RTM_PICK(contains(a, n, v)); }
 void butterflyStage(float* re, float* im, int n, int h, const float* wre, const float* wim) {
-    if (haveAvx2()) {
-        avx2::butterflyStage(re, im, n, h, wre, wim);
-    } else {
-        portable::butterflyStage(re, im, n, h, wre, wim);
-    }
+    RTM_PICK(butterflyStage(re, im, n, h, wre, wim));
 }
+
+#undef RTM_PICK
 
 }  // namespace kernels
 }  // namespace rtm

@@ -6,6 +6,10 @@
 #include "common/exact_math.h"
 #include "rtmonitor/GeneralRealTime.h"
 
+namespace {
+constexpr int kStackSamples = 64;
+}  // namespace
+
 bool GeneralTimeTime::DataSugnal(int* in, int* out, int n, double scale, double amplitude) {
     if (n <= 0 || in == nullptr || out == nullptr) return false;
     if (amplitude <= 0.0) return false;
@@ -23,18 +27,25 @@ bool GeneralTimeTime::GetMovementData(int id, int, int* x, int* y, int* z, int* 
     if (index == -1 || n <= 0) return false;
     CPedometerPro& filter = m_vecUserData[static_cast<std::size_t>(index)]->cPedometerPro;
 
-    std::vector<int> magnitudes;
+    // A frame's 25 samples fit the stack; longer calls fall back to the heap.
+    int onStack[kStackSamples];
+    std::vector<int> onHeap;
+    int* magnitudes = onStack;
+    if (n > kStackSamples) {
+        onHeap.resize(static_cast<std::size_t>(n));
+        magnitudes = onHeap.data();
+    }
     for (int i = 0; i < n; ++i) {
         int m = 0;
         filter.nCountStepNum(x[i], y[i], z[i], m);
-        magnitudes.push_back(m);
+        magnitudes[i] = m;
     }
     // A count of 1 on purpose: only the frame's first magnitude is squashed; hosts read the
     // others as raw magnitude minus 1000.
-    DataSugnal(magnitudes.data(), magnitudes.data(), 1, 300.0, 2000.0);
+    DataSugnal(magnitudes, magnitudes, 1, 300.0, 2000.0);
 
     for (int i = 0; i < n; ++i) {
-        const float v = static_cast<float>(magnitudes[static_cast<std::size_t>(i)]) - 1000.0f;
+        const float v = static_cast<float>(magnitudes[i]) - 1000.0f;
         // Compared before conversion so huge magnitudes clamp instead of overflowing.
         if (v < 1.0f) {
             movement[i] = 1;
