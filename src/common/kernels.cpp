@@ -1,6 +1,8 @@
 // Four-lane and AVX2 versions of the array kernels, and the run-time choice between them.
 #include "common/kernels.h"
 
+#include <cstring>
+
 #include "common/vec4.h"
 
 #if defined(__x86_64__) && (defined(__GNUC__) || defined(__clang__))
@@ -92,6 +94,8 @@ int64_t nextTurn(const int32_t* a, int64_t from, int64_t stop) {
     return stop;
 }
 
+namespace {
+// How many of a[0, n) are below v and how many below u; n a multiple of 4.
 void countBelow(const int32_t* a, int n, int32_t v, int32_t u, int* belowV, int* belowU) {
     // A true comparison lane is -1, so subtracting the masks counts.
     i32x4 cv = splat4(0);
@@ -105,6 +109,22 @@ void countBelow(const int32_t* a, int n, int32_t v, int32_t u, int* belowV, int*
     }
     *belowV = static_cast<int>(hsum4(reinterpret_cast<u32x4>(cv)));
     *belowU = static_cast<int>(hsum4(reinterpret_cast<u32x4>(cu)));
+}
+}  // namespace
+
+void replaceSorted(int32_t* s, int32_t leaving, int32_t entering) {
+    if (leaving == entering) return;
+    // A rank (values below) is the index of the first value not below, found by counting.
+    int kOut = 0;
+    int kIn = 0;
+    countBelow(s, kSortedValues, leaving, entering, &kOut, &kIn);
+    if (entering > leaving) {
+        std::memmove(s + kOut, s + kOut + 1, sizeof(int32_t) * static_cast<size_t>(kIn - kOut - 1));
+        s[kIn - 1] = entering;
+    } else {
+        std::memmove(s + kIn + 1, s + kIn, sizeof(int32_t) * static_cast<size_t>(kOut - kIn));
+        s[kIn] = entering;
+    }
 }
 
 void butterflyStage(float* re, float* im, int n, int h, const float* wre, const float* wim) {
@@ -214,18 +234,27 @@ RTM_AVX2 int64_t nextTurn(const int32_t* a, int64_t from, int64_t stop) {
     return portable::nextTurn(a, i, stop);
 }
 
-RTM_AVX2 void countBelow(const int32_t* a, int n, int32_t v, int32_t u, int* belowV, int* belowU) {
-    __m256i cv = _mm256_setzero_si256();
-    __m256i cu = _mm256_setzero_si256();
-    const __m256i vv = _mm256_set1_epi32(v);
-    const __m256i uu = _mm256_set1_epi32(u);
-    for (int i = 0; i < n; i += 8) {
-        const __m256i x = load8(a + i);
-        cv = _mm256_sub_epi32(cv, _mm256_cmpgt_epi32(vv, x));
-        cu = _mm256_sub_epi32(cu, _mm256_cmpgt_epi32(uu, x));
+RTM_AVX2 void replaceSorted(int32_t* s, int32_t leaving, int32_t entering) {
+    if (leaving == entering) return;
+    __m256i cOut = _mm256_setzero_si256();
+    __m256i cIn = _mm256_setzero_si256();
+    const __m256i vOut = _mm256_set1_epi32(leaving);
+    const __m256i vIn = _mm256_set1_epi32(entering);
+    for (int i = 0; i < kSortedValues; i += 8) {
+        const __m256i x = load8(s + i);
+        cOut = _mm256_sub_epi32(cOut, _mm256_cmpgt_epi32(vOut, x));
+        cIn = _mm256_sub_epi32(cIn, _mm256_cmpgt_epi32(vIn, x));
     }
-    *belowV = static_cast<int>(hsum8(cv));
-    *belowU = static_cast<int>(hsum8(cu));
+    // A rank (values below) is the index of the first value not below.
+    const int kOut = static_cast<int>(hsum8(cOut));
+    const int kIn = static_cast<int>(hsum8(cIn));
+    if (entering > leaving) {
+        std::memmove(s + kOut, s + kOut + 1, sizeof(int32_t) * static_cast<size_t>(kIn - kOut - 1));
+        s[kIn - 1] = entering;
+    } else {
+        std::memmove(s + kIn + 1, s + kIn, sizeof(int32_t) * static_cast<size_t>(kOut - kIn));
+        s[kIn] = entering;
+    }
 }
 
 RTM_AVX2 uint32_t dot(const int32_t* a, const uint32_t* b, int n) {
@@ -302,9 +331,7 @@ bool haveAvx2() { return kAvx2; }
 
 namespace avx2 {
 int64_t nextTurn(const int32_t* a, int64_t from, int64_t stop) { return portable::nextTurn(a, from, stop); }
-void countBelow(const int32_t* a, int n, int32_t v, int32_t u, int* belowV, int* belowU) {
-    portable::countBelow(a, n, v, u, belowV, belowU);
-}
+void replaceSorted(int32_t* sorted, int32_t leaving, int32_t entering) { portable::replaceSorted(sorted, leaving, entering); }
 MinMaxSum minMaxSum(const int32_t* a, int n) { return portable::minMaxSum(a, n); }
 uint32_t sumSquares(const int32_t* a, int n, int32_t offset) { return portable::sumSquares(a, n, offset); }
 uint32_t dot(const int32_t* a, const uint32_t* b, int n) { return portable::dot(a, b, n); }
@@ -322,9 +349,7 @@ bool haveAvx2() { return false; }
 #endif
 
 int64_t nextTurn(const int32_t* a, int64_t from, int64_t stop) { return RTM_PICK(nextTurn(a, from, stop)); }
-void countBelow(const int32_t* a, int n, int32_t v, int32_t u, int* belowV, int* belowU) {
-    RTM_PICK(countBelow(a, n, v, u, belowV, belowU));
-}
+void replaceSorted(int32_t* sorted, int32_t leaving, int32_t entering) { RTM_PICK(replaceSorted(sorted, leaving, entering)); }
 MinMaxSum minMaxSum(const int32_t* a, int n) { return RTM_PICK(minMaxSum(a, n)); }
 uint32_t sumSquares(const int32_t* a, int n, int32_t offset) { return RTM_PICK(sumSquares(a, n, offset)); }
 uint32_t dot(const int32_t* a, const uint32_t* b, int n) { return RTM_PICK(dot(a, b, n)); }

@@ -28,8 +28,12 @@ bool contains(const int32_t* a, int n, int32_t v);
 // First i in [from, stop) where a[i] is a turning point, a[i] > a[i-1] && a[i] >= a[i+1] or
 // a[i] < a[i-1] && a[i] <= a[i+1]; stop when none. Reads a[from - 1 .. stop].
 int64_t nextTurn(const int32_t* a, int64_t from, int64_t stop);
-// How many of a[0, n) are below v and how many below u; n a multiple of 8.
-void countBelow(const int32_t* a, int n, int32_t v, int32_t u, int* belowV, int* belowU);
+// A sorted window of at most kSortedValues values, ascending, followed by INT32_MAX up to
+// kSortedSlots entries. Replaces one occurrence of `leaving` (which must be present) by
+// `entering` and keeps the order and the padding.
+constexpr int kSortedValues = 56;
+constexpr int kSortedSlots = 64;
+void replaceSorted(int32_t* sorted, int32_t leaving, int32_t entering);
 // One stage (half size h >= 4, a multiple of 4 dividing n / 2) of butterflies on split parts:
 // for each block and offset k, t = w[k] * x[k + h]; x[k + h] = x[k] - t; x[k] = x[k] + t.
 void butterflyStage(float* re, float* im, int n, int h, const float* wre, const float* wim);
@@ -37,8 +41,8 @@ void butterflyStage(float* re, float* im, int n, int h, const float* wre, const 
 // The versions themselves, for the test that holds them to each other.
 bool haveAvx2();
 namespace portable {
+void replaceSorted(int32_t* sorted, int32_t leaving, int32_t entering);
 int64_t nextTurn(const int32_t* a, int64_t from, int64_t stop);
-void countBelow(const int32_t* a, int n, int32_t v, int32_t u, int* belowV, int* belowU);
 MinMaxSum minMaxSum(const int32_t* a, int n);
 uint32_t sumSquares(const int32_t* a, int n, int32_t offset);
 uint32_t dot(const int32_t* a, const uint32_t* b, int n);
@@ -46,8 +50,8 @@ bool contains(const int32_t* a, int n, int32_t v);
 void butterflyStage(float* re, float* im, int n, int h, const float* wre, const float* wim);
 }  // namespace portable
 namespace avx2 {
+void replaceSorted(int32_t* sorted, int32_t leaving, int32_t entering);
 int64_t nextTurn(const int32_t* a, int64_t from, int64_t stop);
-void countBelow(const int32_t* a, int n, int32_t v, int32_t u, int* belowV, int* belowU);
 MinMaxSum minMaxSum(const int32_t* a, int n);
 uint32_t sumSquares(const int32_t* a, int n, int32_t offset);
 uint32_t dot(const int32_t* a, const uint32_t* b, int n);

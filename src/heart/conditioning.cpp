@@ -51,18 +51,15 @@ struct RingAlignedTaps {
 };
 constexpr RingAlignedTaps kRingAlignedTaps;
 
-constexpr int kSortedSlots = (CBeatMeasure::kMedianLength + 7) / 8 * 8;
-
 // The median ring changes by one sample per call, so the sorted copy of the previous call is
 // kept and updated by one removal and one insertion instead of a selection over 51 values.
 // The copy is checked against the ring on every call and rebuilt whenever anything else changed
 // it (a reset, another device's ring), so the value is always that of a full sort. Per thread,
 // so analysers driven from different threads never share it.
+static_assert(CBeatMeasure::kMedianLength <= rtm::kernels::kSortedValues, "the median window fits the kernel");
 struct SortedWindow {
     int window[CBeatMeasure::kMedianLength];  // the ring as last seen, in ring order
-    // The same values ascending, then the largest int up to a multiple of 8 entries, which no
-    // value is below, so ranks can be counted over whole vectors.
-    int sorted[kSortedSlots];
+    int sorted[rtm::kernels::kSortedSlots];   // the same values ascending, then INT32_MAX
     bool filled = false;
 };
 thread_local SortedWindow tSortedWindow;
@@ -79,23 +76,10 @@ int slidingMedian(const int* ring, int slot) {
         std::memcpy(w.window, ring, sizeof w.window);
         std::memcpy(w.sorted, ring, sizeof w.window);
         std::sort(w.sorted, w.sorted + n);
-        std::fill(w.sorted + n, w.sorted + kSortedSlots, std::numeric_limits<int>::max());
+        std::fill(w.sorted + n, w.sorted + rtm::kernels::kSortedSlots, std::numeric_limits<int>::max());
         w.filled = true;
-    } else if (in != out) {
-        // Remove the leaving value and slide the values between its place and the entering
-        // one's by a place. A rank (values below) is the index of the first not below, and
-        // counting is cheaper than a search whose branches the data would keep mispredicting.
-        int* s = w.sorted;
-        int kOut = 0;
-        int kIn = 0;
-        rtm::kernels::countBelow(s, kSortedSlots, out, in, &kOut, &kIn);
-        if (in > out) {
-            std::memmove(s + kOut, s + kOut + 1, sizeof(int) * static_cast<size_t>(kIn - kOut - 1));
-            s[kIn - 1] = in;
-        } else {
-            std::memmove(s + kIn + 1, s + kIn, sizeof(int) * static_cast<size_t>(kOut - kIn));
-            s[kIn] = in;
-        }
+    } else {
+        rtm::kernels::replaceSorted(w.sorted, out, in);
     }
     return w.sorted[kMedianIndex];
 }

@@ -33,17 +33,17 @@ struct Version {
     uint32_t (*dot)(const int32_t*, const uint32_t*, int);
     bool (*contains)(const int32_t*, int, int32_t);
     int64_t (*nextTurn)(const int32_t*, int64_t, int64_t);
-    void (*countBelow)(const int32_t*, int, int32_t, int32_t, int*, int*);
+    void (*replaceSorted)(int32_t*, int32_t, int32_t);
     void (*butterflyStage)(float*, float*, int, int, const float*, const float*);
 };
 
 std::vector<Version> versions() {
     std::vector<Version> v{{"four-lane", k::portable::minMaxSum, k::portable::sumSquares, k::portable::dot,
-                            k::portable::contains, k::portable::nextTurn, k::portable::countBelow,
+                            k::portable::contains, k::portable::nextTurn, k::portable::replaceSorted,
                             k::portable::butterflyStage}};
     if (k::haveAvx2())
         v.push_back({"avx2", k::avx2::minMaxSum, k::avx2::sumSquares, k::avx2::dot, k::avx2::contains,
-                     k::avx2::nextTurn, k::avx2::countBelow, k::avx2::butterflyStage});
+                     k::avx2::nextTurn, k::avx2::replaceSorted, k::avx2::butterflyStage});
     return v;
 }
 
@@ -84,11 +84,36 @@ TEST(Kernels, IntegerKernelsEqualTheElementLoops) {
                     }
                     ASSERT_EQ(ver.nextTurn(a.data(), from, n), want) << ver.name << " n " << n << " from " << from;
                 }
-                if (n % 8 == 0) {
-                    int below = -1, belowU = -1;
-                    ver.countBelow(a.data(), n, off, b[1], &below, &belowU);
-                    EXPECT_EQ(below, std::count_if(a.begin(), a.begin() + n, [&](int32_t x) { return x < off; }));
-                    EXPECT_EQ(belowU, std::count_if(a.begin(), a.begin() + n, [&](int32_t x) { return x < b[1]; }));
+            }
+        }
+    }
+}
+
+// Replacing one value of a sorted, padded window keeps it the sorted multiset, including
+// duplicates, the window's ends and values at the ends of the int range.
+TEST(Kernels, SortedWindowReplacementKeepsTheSortedValues) {
+    std::mt19937 g(8u);
+    for (const Version& ver : versions()) {
+        for (int n : {1, 2, 9, 51, k::kSortedValues}) {
+            for (bool extreme : {false, true}) {
+                std::vector<int32_t> values = words(g, n, extreme);
+                values.resize(static_cast<size_t>(n));
+                std::vector<int32_t> sorted(k::kSortedSlots, INT32_MAX);
+                auto resort = [&] {
+                    auto v = values;
+                    std::sort(v.begin(), v.end());
+                    std::copy(v.begin(), v.end(), sorted.begin());
+                };
+                resort();
+                for (int step = 0; step < 200; ++step) {
+                    const size_t at = g() % static_cast<unsigned>(n);
+                    const int32_t leaving = values[at];
+                    values[at] = words(g, 1, extreme)[0];
+                    ver.replaceSorted(sorted.data(), leaving, values[at]);
+                    auto want = values;
+                    std::sort(want.begin(), want.end());
+                    want.resize(k::kSortedSlots, INT32_MAX);
+                    ASSERT_EQ(sorted, want) << ver.name << " n " << n << " step " << step;
                 }
             }
         }
