@@ -3,9 +3,11 @@
 // is advanced in double and stored back as float after each offset; both shape the low bits of
 // every result and must stay as they are. Results are divided by n only for sign <= 0.
 #include <cmath>
+#include <cstring>
 #include <utility>
 
 #include "common/kernels.h"
+#include "common/vec4.h"
 #include "numeric/fft_real.h"
 #include "rtmonitor/FFT.h"
 
@@ -45,7 +47,15 @@ constexpr int kTableHalf = 1024;
 struct TwiddleTable {
     float re[2][kTableHalf];
     float im[2][kTableHalf];
+    // Bit reversal of 4q over the index bits of kTableHalf points, for the real-input path.
+    unsigned short quarterReversal[kTableHalf / 4];
     TwiddleTable() {
+        for (int q = 0; q < kTableHalf / 4; ++q) {
+            int rev = 0;
+            for (int bit = 1, top = kTableHalf / 2; bit < kTableHalf; bit <<= 1, top >>= 1)
+                if ((4 * q) & bit) rev |= top;
+            quarterReversal[q] = static_cast<unsigned short>(rev);
+        }
         for (int sg = 0; sg < 2; ++sg) {
             const float fsign = sg == 0 ? 1.0f : -1.0f;
             for (int h = 1; h < kTableHalf; h *= 2) {
@@ -145,9 +155,13 @@ bool fftRealPadded(const int* in, int count, int n, float* re, float* im) {
     // zero-padding entries (their partners lie at or beyond n / 4): with w = (1, 0) and then
     // (cos, sin) both non-negative, every product with +0 is +0, so each block of four ends up
     // holding four copies of its one value with a +0 imaginary part. Written directly.
+    const TwiddleTable& t = twiddles();
+    std::memset(im, 0, sizeof(float) * static_cast<size_t>(n));
     int r = 0;  // bit reversal of 4q, which is below n / 4
     for (int q = 0; q < n / 4; ++q) {
-        if (q > 0) {
+        if (n == kTableHalf) {
+            r = t.quarterReversal[q];
+        } else if (q > 0) {
             int k = n / 8;
             while (r >= k) {
                 r -= k;
@@ -156,12 +170,8 @@ bool fftRealPadded(const int* in, int count, int n, float* re, float* im) {
             r += k;
         }
         const float v = r < count ? static_cast<float>(in[r]) : 0.0f;
-        for (int t = 0; t < 4; ++t) {
-            re[4 * q + t] = v;
-            im[4 * q + t] = 0.0f;
-        }
+        rtm::store4(re + 4 * q, rtm::f32x4{v, v, v, v});
     }
-    const TwiddleTable& t = twiddles();
     for (int h = 4; h < n; h *= 2) rtm::kernels::butterflyStage(re, im, n, h, t.re[0] + h, t.im[0] + h);
     return true;
 }
