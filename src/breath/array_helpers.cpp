@@ -37,23 +37,6 @@ int32_t integerStd(const int* a, int start, int end, int32_t mean) {
     return rtm::floatToIntX86(std::sqrt(static_cast<double>(q)));
 }
 
-// Truncating division by a fixed divisor d >= 2 as a multiply by ceil(2^64 / d): for a
-// magnitude below 2^32 the product's high word is exactly the floor of the quotient (the
-// rounding up adds less than 2^-32, below the 1/d gap to the next integer). Replaces a hardware
-// division per element of a long window.
-class FixedDivisor {
-public:
-    explicit FixedDivisor(uint32_t d) : m_(~uint64_t{0} / d + 1) {}
-    int32_t divide(int32_t n) const {
-        const uint32_t mag = n < 0 ? 0u - static_cast<uint32_t>(n) : static_cast<uint32_t>(n);
-        const uint32_t q = static_cast<uint32_t>((static_cast<unsigned __int128>(mag) * m_) >> 64);
-        return n < 0 ? static_cast<int32_t>(0u - q) : static_cast<int32_t>(q);
-    }
-
-private:
-    uint64_t m_;
-};
-
 // True when a[start, end) holds `value` anywhere.
 bool contains(const int* a, int start, int end, int value) {
     return start < end && rtm::kernels::contains(a + start, end - start, value);
@@ -164,16 +147,8 @@ void CBreathPro::moving_average_smooth(int* a, int n, int w, int* out) {
         sum += static_cast<uint32_t>(a[i]);
         out[i] = rtm::truncDiv32(static_cast<int32_t>(sum), i + 1);
     }
-    if (w == 1) {
-        for (; i < n; ++i) out[i] = a[i];
-        return;
-    }
-    const FixedDivisor byWidth(static_cast<uint32_t>(w));
-    for (; i < n; ++i) {
-        sum += static_cast<uint32_t>(a[i]);
-        if (i >= w) sum -= static_cast<uint32_t>(a[i - w]);
-        out[i] = byWidth.divide(static_cast<int32_t>(sum));
-    }
+    // Then a full window of w values each time.
+    rtm::kernels::trailingMeans(a, i, n, w, out);
 }
 
 void CBreathPro::sortfloat(float* a, int n) {

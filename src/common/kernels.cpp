@@ -13,6 +13,11 @@
 namespace rtm {
 namespace kernels {
 
+namespace {
+// The wrapped sum read as a signed word and divided as the hardware does (w >= 1).
+inline int32_t truncDiv(uint32_t sum, int w) { return static_cast<int32_t>(sum) / w; }
+}  // namespace
+
 namespace portable {
 
 MinMaxSum minMaxSum(const int32_t* a, int n) {
@@ -111,6 +116,17 @@ void countBelow(const int32_t* a, int n, int32_t v, int32_t u, int* belowV, int*
     *belowU = static_cast<int>(hsum4(reinterpret_cast<u32x4>(cu)));
 }
 }  // namespace
+
+void trailingMeans(const int32_t* a, int from, int n, int w, int32_t* out) {
+    if (from >= n) return;
+    uint32_t sum = 0;
+    for (int j = from - w + 1; j <= from; ++j) sum += static_cast<uint32_t>(a[j]);
+    out[from] = truncDiv(sum, w);
+    for (int i = from + 1; i < n; ++i) {
+        sum += static_cast<uint32_t>(a[i]) - static_cast<uint32_t>(a[i - w]);
+        out[i] = truncDiv(sum, w);
+    }
+}
 
 void replaceSorted(int32_t* s, int32_t leaving, int32_t entering) {
     if (leaving == entering) return;
@@ -234,6 +250,38 @@ RTM_AVX2 int64_t nextTurn(const int32_t* a, int64_t from, int64_t stop) {
     return portable::nextTurn(a, i, stop);
 }
 
+RTM_AVX2 void trailingMeans(const int32_t* a, int from, int n, int w, int32_t* out) {
+    if (from >= n) return;
+    uint32_t sum = 0;
+    for (int j = from - w + 1; j <= from; ++j) sum += static_cast<uint32_t>(a[j]);
+    out[from] = static_cast<int32_t>(sum) / w;
+    // Eight sums at a time: the differences entering minus leaving, their running sum within
+    // the block, plus the sum carried from the block before. A quotient of two ints is exact in
+    // double (the rounding error stays below the 1/w gap to the next integer), so truncating
+    // the double quotient gives the integer division's word.
+    const __m256d width = _mm256_set1_pd(static_cast<double>(w));
+    __m256i carry = _mm256_set1_epi32(static_cast<int32_t>(sum));
+    int i = from + 1;
+    for (; i + 8 <= n; i += 8) {
+        __m256i x = _mm256_sub_epi32(load8(a + i), load8(a + i - w));
+        x = _mm256_add_epi32(x, _mm256_slli_si256(x, 4));
+        x = _mm256_add_epi32(x, _mm256_slli_si256(x, 8));
+        // The low half's total carries into the high half.
+        const __m256i lowTotal = _mm256_permute2x128_si256(_mm256_shuffle_epi32(x, 0xFF), _mm256_shuffle_epi32(x, 0xFF), 0x08);
+        x = _mm256_add_epi32(_mm256_add_epi32(x, lowTotal), carry);
+        const __m128i q0 = _mm256_cvttpd_epi32(_mm256_div_pd(_mm256_cvtepi32_pd(_mm256_castsi256_si128(x)), width));
+        const __m128i q1 = _mm256_cvttpd_epi32(_mm256_div_pd(_mm256_cvtepi32_pd(_mm256_extracti128_si256(x, 1)), width));
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(out + i), q0);
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(out + i + 4), q1);
+        carry = _mm256_permutevar8x32_epi32(x, _mm256_set1_epi32(7));
+    }
+    sum = static_cast<uint32_t>(_mm256_cvtsi256_si32(carry));
+    for (; i < n; ++i) {
+        sum += static_cast<uint32_t>(a[i]) - static_cast<uint32_t>(a[i - w]);
+        out[i] = static_cast<int32_t>(sum) / w;
+    }
+}
+
 RTM_AVX2 void replaceSorted(int32_t* s, int32_t leaving, int32_t entering) {
     if (leaving == entering) return;
     __m256i cOut = _mm256_setzero_si256();
@@ -331,6 +379,7 @@ bool haveAvx2() { return kAvx2; }
 
 namespace avx2 {
 int64_t nextTurn(const int32_t* a, int64_t from, int64_t stop) { return portable::nextTurn(a, from, stop); }
+void trailingMeans(const int32_t* a, int from, int n, int w, int32_t* out) { portable::trailingMeans(a, from, n, w, out); }
 void replaceSorted(int32_t* sorted, int32_t leaving, int32_t entering) { portable::replaceSorted(sorted, leaving, entering); }
 MinMaxSum minMaxSum(const int32_t* a, int n) { return portable::minMaxSum(a, n); }
 uint32_t sumSquares(const int32_t* a, int n, int32_t offset) { return portable::sumSquares(a, n, offset); }
@@ -349,6 +398,7 @@ bool haveAvx2() { return false; }
 #endif
 
 int64_t nextTurn(const int32_t* a, int64_t from, int64_t stop) { return RTM_PICK(nextTurn(a, from, stop)); }
+void trailingMeans(const int32_t* a, int from, int n, int w, int32_t* out) { RTM_PICK(trailingMeans(a, from, n, w, out)); }
 void replaceSorted(int32_t* sorted, int32_t leaving, int32_t entering) { RTM_PICK(replaceSorted(sorted, leaving, entering)); }
 MinMaxSum minMaxSum(const int32_t* a, int n) { return RTM_PICK(minMaxSum(a, n)); }
 uint32_t sumSquares(const int32_t* a, int n, int32_t offset) { return RTM_PICK(sumSquares(a, n, offset)); }

@@ -28,6 +28,10 @@ bool contains(const int32_t* a, int n, int32_t v);
 // First i in [from, stop) where a[i] is a turning point, a[i] > a[i-1] && a[i] >= a[i+1] or
 // a[i] < a[i-1] && a[i] <= a[i+1]; stop when none. Reads a[from - 1 .. stop].
 int64_t nextTurn(const int32_t* a, int64_t from, int64_t stop);
+// Trailing means of the steady part of a moving average: for i in [from, n) (from >= w - 1,
+// w >= 1),
+// sum = the wrapping sum of a[i - w + 1 .. i] and out[i] = sum / w truncated toward zero.
+void trailingMeans(const int32_t* a, int from, int n, int w, int32_t* out);
 // A sorted window of at most kSortedValues values, ascending, followed by INT32_MAX up to
 // kSortedSlots entries. Replaces one occurrence of `leaving` (which must be present) by
 // `entering` and keeps the order and the padding.
@@ -41,6 +45,7 @@ void butterflyStage(float* re, float* im, int n, int h, const float* wre, const 
 // The versions themselves, for the test that holds them to each other.
 bool haveAvx2();
 namespace portable {
+void trailingMeans(const int32_t* a, int from, int n, int w, int32_t* out);
 void replaceSorted(int32_t* sorted, int32_t leaving, int32_t entering);
 int64_t nextTurn(const int32_t* a, int64_t from, int64_t stop);
 MinMaxSum minMaxSum(const int32_t* a, int n);
@@ -50,6 +55,7 @@ bool contains(const int32_t* a, int n, int32_t v);
 void butterflyStage(float* re, float* im, int n, int h, const float* wre, const float* wim);
 }  // namespace portable
 namespace avx2 {
+void trailingMeans(const int32_t* a, int from, int n, int w, int32_t* out);
 void replaceSorted(int32_t* sorted, int32_t leaving, int32_t entering);
 int64_t nextTurn(const int32_t* a, int64_t from, int64_t stop);
 MinMaxSum minMaxSum(const int32_t* a, int n);

@@ -34,16 +34,17 @@ struct Version {
     bool (*contains)(const int32_t*, int, int32_t);
     int64_t (*nextTurn)(const int32_t*, int64_t, int64_t);
     void (*replaceSorted)(int32_t*, int32_t, int32_t);
+    void (*trailingMeans)(const int32_t*, int, int, int, int32_t*);
     void (*butterflyStage)(float*, float*, int, int, const float*, const float*);
 };
 
 std::vector<Version> versions() {
     std::vector<Version> v{{"four-lane", k::portable::minMaxSum, k::portable::sumSquares, k::portable::dot,
-                            k::portable::contains, k::portable::nextTurn, k::portable::replaceSorted,
+                            k::portable::contains, k::portable::nextTurn, k::portable::replaceSorted, k::portable::trailingMeans,
                             k::portable::butterflyStage}};
     if (k::haveAvx2())
         v.push_back({"avx2", k::avx2::minMaxSum, k::avx2::sumSquares, k::avx2::dot, k::avx2::contains,
-                     k::avx2::nextTurn, k::avx2::replaceSorted, k::avx2::butterflyStage});
+                     k::avx2::nextTurn, k::avx2::replaceSorted, k::avx2::trailingMeans, k::avx2::butterflyStage});
     return v;
 }
 
@@ -163,5 +164,11 @@ TEST(Kernels, TrailingMeanDividesLikeTheHardware) {
         }
         b.moving_average_smooth(const_cast<int*>(a.data()), 300, w, out.data());
         EXPECT_EQ(out, want) << "width " << w;
+        if (w > 300) continue;
+        for (const Version& ver : versions()) {
+            std::vector<int> steady(300, 0);
+            ver.trailingMeans(a.data(), w - 1, 300, w, steady.data());
+            EXPECT_TRUE(std::equal(steady.begin() + (w - 1), steady.end(), want.begin() + (w - 1))) << ver.name << " width " << w;
+        }
     }
 }
