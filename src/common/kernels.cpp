@@ -16,6 +16,18 @@ namespace kernels {
 namespace {
 // The wrapped sum read as a signed word and divided as the hardware does (w >= 1).
 inline int32_t truncDiv(uint32_t sum, int w) { return static_cast<int32_t>(sum) / w; }
+
+// The sorted window with the leaving value at kOut and kIn values below the entering one: the
+// values between the two places move by one and the entering value takes the freed place.
+inline void slide(int32_t* s, int kOut, int kIn, int32_t leaving, int32_t entering) {
+    if (entering > leaving) {
+        std::memmove(s + kOut, s + kOut + 1, sizeof(int32_t) * static_cast<size_t>(kIn - kOut - 1));
+        s[kIn - 1] = entering;
+    } else {
+        std::memmove(s + kIn + 1, s + kIn, sizeof(int32_t) * static_cast<size_t>(kOut - kIn));
+        s[kIn] = entering;
+    }
+}
 }  // namespace
 
 namespace portable {
@@ -134,13 +146,7 @@ void replaceSorted(int32_t* s, int32_t leaving, int32_t entering) {
     int kOut = 0;
     int kIn = 0;
     countBelow(s, kSortedValues, leaving, entering, &kOut, &kIn);
-    if (entering > leaving) {
-        std::memmove(s + kOut, s + kOut + 1, sizeof(int32_t) * static_cast<size_t>(kIn - kOut - 1));
-        s[kIn - 1] = entering;
-    } else {
-        std::memmove(s + kIn + 1, s + kIn, sizeof(int32_t) * static_cast<size_t>(kOut - kIn));
-        s[kIn] = entering;
-    }
+    slide(s, kOut, kIn, leaving, entering);
 }
 
 void butterflyStage(float* re, float* im, int n, int h, const float* wre, const float* wim) {
@@ -296,13 +302,7 @@ RTM_AVX2 void replaceSorted(int32_t* s, int32_t leaving, int32_t entering) {
     // A rank (values below) is the index of the first value not below.
     const int kOut = static_cast<int>(hsum8(cOut));
     const int kIn = static_cast<int>(hsum8(cIn));
-    if (entering > leaving) {
-        std::memmove(s + kOut, s + kOut + 1, sizeof(int32_t) * static_cast<size_t>(kIn - kOut - 1));
-        s[kIn - 1] = entering;
-    } else {
-        std::memmove(s + kIn + 1, s + kIn, sizeof(int32_t) * static_cast<size_t>(kOut - kIn));
-        s[kIn] = entering;
-    }
+    slide(s, kOut, kIn, leaving, entering);
 }
 
 RTM_AVX2 uint32_t dot(const int32_t* a, const uint32_t* b, int n) {

@@ -40,6 +40,21 @@ void advance(float& wr, float& wi, float c, float sp) {
     wi = static_cast<float>(owr * sp + owi * c);
 }
 
+// Calls visit(k, wr, wi) for the offsets k = 0 .. h - 1 of stage h with the factor the
+// recurrence reaches there.
+template <class Visit>
+void walkTwiddles(int h, float fsign, Visit visit) {
+    float c;
+    float sp;
+    twiddleStep(h, fsign, c, sp);
+    float wr = 1.0f;
+    float wi = 0.0f;
+    for (int k = 0; k < h; ++k) {
+        visit(k, wr, wi);
+        advance(wr, wi, c, sp);
+    }
+}
+
 // Every twiddle factor of the stages h = 1 .. kTableHalf / 2 for sign +1 and -1, produced once
 // by the very recurrence the stages run, so a table entry is the same float the loop would
 // reach: entry h + k is the factor of offset k in stage h.
@@ -59,16 +74,10 @@ struct TwiddleTable {
         for (int sg = 0; sg < 2; ++sg) {
             const float fsign = sg == 0 ? 1.0f : -1.0f;
             for (int h = 1; h < kTableHalf; h *= 2) {
-                float c;
-                float sp;
-                twiddleStep(h, fsign, c, sp);
-                float wr = 1.0f;
-                float wi = 0.0f;
-                for (int k = 0; k < h; ++k) {
+                walkTwiddles(h, fsign, [&](int k, float wr, float wi) {
                     re[sg][h + k] = wr;
                     im[sg][h + k] = wi;
-                    advance(wr, wi, c, sp);
-                }
+                });
             }
         }
     }
@@ -126,15 +135,9 @@ void FFT(xy* x, int n, int sign) {
     } else {
         const float fsign = static_cast<float>(sign);
         for (int h = 1; h < n; h *= 2) {
-            float c;
-            float sp;
-            twiddleStep(h, fsign, c, sp);
-            float wr = 1.0f;
-            float wi = 0.0f;
-            for (int k = 0; k < h; ++k) {
+            walkTwiddles(h, fsign, [&](int k, float wr, float wi) {
                 for (int i = k; i < n; i += 2 * h) butterfly(i, h, wr, wi);
-                advance(wr, wi, c, sp);
-            }
+            });
         }
     }
 
