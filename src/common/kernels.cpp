@@ -140,6 +140,17 @@ void trailingMeans(const int32_t* a, int from, int n, int w, int32_t* out) {
     }
 }
 
+int countCrossings(const int32_t* a, int64_t from, int64_t last, int32_t level) {
+    int crossings = 0;
+    for (int64_t j = from; j <= last; ++j) {
+        const uint32_t d0 = static_cast<uint32_t>(a[j]) - static_cast<uint32_t>(level);
+        const int32_t c1 = static_cast<int32_t>(d0 * (static_cast<uint32_t>(a[j + 1]) - static_cast<uint32_t>(level)));
+        if (c1 < 0 || (c1 == 0 && static_cast<int32_t>(d0 * (static_cast<uint32_t>(a[j + 2]) - static_cast<uint32_t>(level))) < 0))
+            ++crossings;
+    }
+    return crossings;
+}
+
 void replaceSorted(int32_t* s, int32_t leaving, int32_t entering) {
     if (leaving == entering) return;
     // A rank (values below) is the index of the first value not below, found by counting.
@@ -288,6 +299,22 @@ RTM_AVX2 void trailingMeans(const int32_t* a, int from, int n, int w, int32_t* o
     }
 }
 
+RTM_AVX2 int countCrossings(const int32_t* a, int64_t from, int64_t last, int32_t level) {
+    const __m256i lv = _mm256_set1_epi32(level);
+    const __m256i zero = _mm256_setzero_si256();
+    int crossings = 0;
+    int64_t j = from;
+    for (; j + 8 <= last + 1; j += 8) {
+        const __m256i d0 = _mm256_sub_epi32(load8(a + j), lv);
+        const __m256i c1 = _mm256_mullo_epi32(d0, _mm256_sub_epi32(load8(a + j + 1), lv));
+        const __m256i c2 = _mm256_mullo_epi32(d0, _mm256_sub_epi32(load8(a + j + 2), lv));
+        const __m256i cross = _mm256_or_si256(_mm256_cmpgt_epi32(zero, c1),
+                                              _mm256_and_si256(_mm256_cmpeq_epi32(c1, zero), _mm256_cmpgt_epi32(zero, c2)));
+        crossings += __builtin_popcount(static_cast<unsigned>(_mm256_movemask_ps(_mm256_castsi256_ps(cross))));
+    }
+    return crossings + portable::countCrossings(a, j, last, level);
+}
+
 RTM_AVX2 void replaceSorted(int32_t* s, int32_t leaving, int32_t entering) {
     if (leaving == entering) return;
     __m256i cOut = _mm256_setzero_si256();
@@ -380,6 +407,9 @@ bool haveAvx2() { return kAvx2; }
 namespace avx2 {
 int64_t nextTurn(const int32_t* a, int64_t from, int64_t stop) { return portable::nextTurn(a, from, stop); }
 void trailingMeans(const int32_t* a, int from, int n, int w, int32_t* out) { portable::trailingMeans(a, from, n, w, out); }
+int countCrossings(const int32_t* a, int64_t from, int64_t last, int32_t level) {
+    return portable::countCrossings(a, from, last, level);
+}
 void replaceSorted(int32_t* sorted, int32_t leaving, int32_t entering) { portable::replaceSorted(sorted, leaving, entering); }
 MinMaxSum minMaxSum(const int32_t* a, int n) { return portable::minMaxSum(a, n); }
 uint32_t sumSquares(const int32_t* a, int n, int32_t offset) { return portable::sumSquares(a, n, offset); }
@@ -399,6 +429,9 @@ bool haveAvx2() { return false; }
 
 int64_t nextTurn(const int32_t* a, int64_t from, int64_t stop) { return RTM_PICK(nextTurn(a, from, stop)); }
 void trailingMeans(const int32_t* a, int from, int n, int w, int32_t* out) { RTM_PICK(trailingMeans(a, from, n, w, out)); }
+int countCrossings(const int32_t* a, int64_t from, int64_t last, int32_t level) {
+    return RTM_PICK(countCrossings(a, from, last, level));
+}
 void replaceSorted(int32_t* sorted, int32_t leaving, int32_t entering) { RTM_PICK(replaceSorted(sorted, leaving, entering)); }
 MinMaxSum minMaxSum(const int32_t* a, int n) { return RTM_PICK(minMaxSum(a, n)); }
 uint32_t sumSquares(const int32_t* a, int n, int32_t offset) { return RTM_PICK(sumSquares(a, n, offset)); }

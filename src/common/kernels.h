@@ -32,6 +32,10 @@ int64_t nextTurn(const int32_t* a, int64_t from, int64_t stop);
 // w >= 1),
 // sum = the wrapping sum of a[i - w + 1 .. i] and out[i] = sum / w truncated toward zero.
 void trailingMeans(const int32_t* a, int from, int n, int w, int32_t* out);
+// How many j in [from, last] have a crossing of `level`: (a[j] - level) * (a[j+1] - level) < 0,
+// or that product 0 and (a[j] - level) * (a[j+2] - level) < 0, in wrapping 32-bit products.
+// Reads a[from .. last + 2].
+int countCrossings(const int32_t* a, int64_t from, int64_t last, int32_t level);
 // A sorted window of at most kSortedValues values, ascending, followed by INT32_MAX up to
 // kSortedSlots entries. Replaces one occurrence of `leaving` (which must be present) by
 // `entering` and keeps the order and the padding.
@@ -46,6 +50,7 @@ void butterflyStage(float* re, float* im, int n, int h, const float* wre, const 
 bool haveAvx2();
 #define RTM_KERNEL_VERSION_DECLARATIONS                                                          \
     void trailingMeans(const int32_t* a, int from, int n, int w, int32_t* out);                   \
+    int countCrossings(const int32_t* a, int64_t from, int64_t last, int32_t level);              \
     void replaceSorted(int32_t* sorted, int32_t leaving, int32_t entering);                       \
     int64_t nextTurn(const int32_t* a, int64_t from, int64_t stop);                               \
     MinMaxSum minMaxSum(const int32_t* a, int n);                                                 \

@@ -35,16 +35,17 @@ struct Version {
     int64_t (*nextTurn)(const int32_t*, int64_t, int64_t);
     void (*replaceSorted)(int32_t*, int32_t, int32_t);
     void (*trailingMeans)(const int32_t*, int, int, int, int32_t*);
+    int (*countCrossings)(const int32_t*, int64_t, int64_t, int32_t);
     void (*butterflyStage)(float*, float*, int, int, const float*, const float*);
 };
 
 std::vector<Version> versions() {
     std::vector<Version> v{{"four-lane", k::portable::minMaxSum, k::portable::sumSquares, k::portable::dot,
-                            k::portable::contains, k::portable::nextTurn, k::portable::replaceSorted, k::portable::trailingMeans,
+                            k::portable::contains, k::portable::nextTurn, k::portable::replaceSorted, k::portable::trailingMeans, k::portable::countCrossings,
                             k::portable::butterflyStage}};
     if (k::haveAvx2())
         v.push_back({"avx2", k::avx2::minMaxSum, k::avx2::sumSquares, k::avx2::dot, k::avx2::contains,
-                     k::avx2::nextTurn, k::avx2::replaceSorted, k::avx2::trailingMeans, k::avx2::butterflyStage});
+                     k::avx2::nextTurn, k::avx2::replaceSorted, k::avx2::trailingMeans, k::avx2::countCrossings, k::avx2::butterflyStage});
     return v;
 }
 
@@ -73,6 +74,19 @@ TEST(Kernels, IntegerKernelsEqualTheElementLoops) {
                 EXPECT_EQ(ver.sumSquares(a.data(), n, off), sq) << ver.name << " n " << n;
                 EXPECT_EQ(ver.dot(a.data(), reinterpret_cast<const uint32_t*>(b.data()), n), dp) << ver.name;
                 EXPECT_EQ(ver.contains(a.data(), n, b[0]), std::count(a.begin(), a.begin() + n, b[0]) > 0) << ver.name;
+                // Crossings of a level (0 for the small walk, so products of 0 occur), wrapping
+                // products for the extreme words.
+                const int32_t level = extreme ? off : 0;
+                for (int from = 0; from < n; from += 3) {
+                    int want = 0;
+                    for (int j = from; j < n; ++j) {
+                        const uint32_t d0 = static_cast<uint32_t>(a[j]) - static_cast<uint32_t>(level);
+                        const auto c1 = static_cast<int32_t>(d0 * (static_cast<uint32_t>(a[j + 1]) - static_cast<uint32_t>(level)));
+                        const auto c2 = static_cast<int32_t>(d0 * (static_cast<uint32_t>(a[j + 2]) - static_cast<uint32_t>(level)));
+                        want += c1 < 0 || (c1 == 0 && c2 < 0);
+                    }
+                    EXPECT_EQ(ver.countCrossings(a.data(), from, n - 1, level), want) << ver.name << " n " << n;
+                }
                 // Turning points: every start and end of a stretch of the walk.
                 for (int from = 1; from < n; ++from) {
                     int64_t want = n;
