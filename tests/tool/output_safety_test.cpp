@@ -35,12 +35,15 @@ protected:
 TEST_F(OutputSafetyTest, AnOutputThatIsTheInputIsRefusedBeforeAnythingIsWritten) {
     std::filesystem::create_symlink(path("rec.frames"), path("sym.csv"));
     std::filesystem::create_hard_link(path("rec.frames"), path("hard.csv"));
+    writeFile(path("ref.csv"), "frame,hr_ref_bpm\n0,60\n");
     for (const std::string& args : {"replay " + path("rec.frames") + " --out " + path("rec.frames"),
                                     "replay " + path("rec.frames") + " --out " + path("sym.csv"),
                                     "replay " + path("rec.frames") + " --out " + path("hard.csv"),
                                     "replay " + path("rec.frames") + " --out " + path("x.csv") + " --report " +
                                         path("hard.csv"),
-                                    "replay - --out " + path("rec.frames") + " < " + path("rec.frames")}) {
+                                    "replay - --out " + path("rec.frames") + " < " + path("rec.frames"),
+                                    "replay " + path("rec.frames") + " --report " + path("x.html") + " --reference " +
+                                        path("ref.csv") + " --out " + path("ref.csv")}) {
         const RunResult r = run(args);
         EXPECT_EQ(r.status, 1) << args;
         EXPECT_NE(r.err.find("is the input"), std::string::npos) << args << "\n" << r.err;
@@ -48,12 +51,13 @@ TEST_F(OutputSafetyTest, AnOutputThatIsTheInputIsRefusedBeforeAnythingIsWritten)
         EXPECT_TRUE(r.out.empty()) << args;
         EXPECT_EQ(readFile(path("rec.frames")), recording_) << args;
     }
-    expectOnly({"rec.frames", "sym.csv", "hard.csv"});
+    EXPECT_EQ(readFile(path("ref.csv")), "frame,hr_ref_bpm\n0,60\n");
+    expectOnly({"rec.frames", "sym.csv", "hard.csv", "ref.csv"});
     // Two outputs naming one file are refused too.
     const RunResult both = run("demo --minutes 1 --csv " + path("a.out") + " --report " + path("a.out"));
     EXPECT_EQ(both.status, 1);
     EXPECT_NE(both.err.find("both name"), std::string::npos) << both.err;
-    expectOnly({"rec.frames", "sym.csv", "hard.csv"});
+    expectOnly({"rec.frames", "sym.csv", "hard.csv", "ref.csv"});
 }
 
 TEST_F(OutputSafetyTest, OutputsAreCheckedBeforeTheWorkStarts) {

@@ -61,7 +61,9 @@ int runReplay(const std::vector<std::string>& args) {
     std::vector<std::pair<std::string, std::string>> outputs;
     if (toFile) outputs.emplace_back("--out", p.values["--out"]);
     if (wantReport) outputs.emplace_back("--report", p.values["--report"]);
-    if (!checkOutputs({path}, outputs, error)) return fail(error + "; nothing was written");
+    std::vector<std::string> inputs{path};
+    if (p.values.count("--reference")) inputs.push_back(p.values["--reference"]);
+    if (!checkOutputs(inputs, outputs, error)) return fail(error + "; nothing was written");
 
     std::map<int64_t, RateReference> references;
     if (p.values.count("--reference")) {

@@ -9,8 +9,6 @@
 #include <limits>
 #include <map>
 #include <sstream>
-#include <cerrno>
-#include <cstring>
 
 #include "classes.h"
 #include "host.h"
