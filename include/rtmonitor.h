@@ -83,7 +83,10 @@ RTMONITOR_API rtm_device *rtm_device_create(void);
 
 /*
  * Analyses one frame: in->nDeviceId is not read (the handle is the device); every other input
- * field is used as processSignal uses it, and every word of *out is written.
+ * field is used as processSignal uses it, and *out is written as processSignal writes it. As
+ * there, a stage that returns early leaves its fields as the caller left them: a heart restart
+ * frame (nHeartMode 1) does not write nHeartWave, so give both interfaces the same buffer
+ * contents when comparing them.
  * Returns 1 when the frame was analysed, 0 (nothing changed) when an argument is NULL.
  * Also 0 if memory ran out part-way through the frame: the handle's state is then incomplete,
  * so destroy it (or load a snapshot into it) before analysing further frames.

@@ -73,6 +73,24 @@ TEST(Snapshots, SavedAnywhereAndContinuedEqualsTheUninterruptedRun) {
     }
 }
 
+// The range checks must never refuse a state the analysers produced: every state of the shared
+// recordings and of a disturbed synthetic stream loads.
+TEST(Snapshots, EveryStateTheAnalysersProduceLoads) {
+    std::vector<std::vector<ParamsIn>> streams = {rtm_handles::disturbedStream(2, 13, 400)};
+    for (const char* name : {"100", "03700181", "v102s"}) streams.push_back(rtm_handles::recording(name));
+    Handle target = makeHandle();
+    Bytes b(rtm_device_state_size());
+    for (const std::vector<ParamsIn>& frames : streams) {
+        Handle dev = makeHandle();
+        for (std::size_t k = 0; k < frames.size(); ++k) {
+            ParamsOut o;
+            rtm_device_process(dev.get(), &frames[k], &o);
+            ASSERT_EQ(rtm_device_save(dev.get(), b.data(), b.size()), 1);
+            ASSERT_EQ(rtm_device_load(target.get(), b.data(), b.size()), 1) << "refused after frame " << k;
+        }
+    }
+}
+
 TEST(Snapshots, AFreshHandleSavesAndLoadsItsOwnState) {
     Handle a = makeHandle(), b = makeHandle();
     const Bytes fresh = save(a.get());
