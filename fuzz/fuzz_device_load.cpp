@@ -174,14 +174,18 @@ void applyEdits(ByteReader& in, unsigned char* bytes, std::size_t size, std::siz
 
 }  // namespace rtm_fuzz_device_load
 
+#ifndef RTM_FUZZ_NO_ENTRY
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
     rtm_fuzz::setupStats(250);
     (void)rtm_fuzz_device_load::base();
     return 0;
 }
+#endif
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+RTM_FUZZ_TARGET(rtmFuzzDeviceLoad) {
     using namespace rtm_fuzz_device_load;
+    using rtm_fuzz::ByteReader;
+    using rtm_fuzz::timedFrame;
     if (size == 0) return 0;
     const std::vector<unsigned char>& snap = base().snapshot;
     const std::size_t header = rtm::kSnapshotHeaderBytes;
