@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <memory>
 
 #include "rtmonitor/GeneralRealTime.h"
 
@@ -70,6 +71,8 @@ TEST(Registry, IdsRewrittenInPlaceAreFollowed) {
     EXPECT_EQ(reg.GetDataStructIndex(2), 3);  // 2 is gone from the list: created at the end
     EXPECT_EQ(reg.GetDataStructIndex(7), 1);
     EXPECT_EQ(ids(reg), (std::vector<int>{1, 7, 3, 2}));
+    // A host that drops an entry itself owns the record from then on.
+    std::unique_ptr<UserDataStruct> dropped(reg.m_vecUserData.front());
     reg.m_vecUserData.erase(reg.m_vecUserData.begin());
     EXPECT_EQ(reg.GetDataStructIndex(3), 1);
     EXPECT_EQ(reg.GetDataStructIndex(1), 3);
