@@ -14,13 +14,13 @@ namespace {
 // Values of a rate history below this are left out of every float mean.
 constexpr float kRateMeanFloor = 4.0f;
 
-using rtm::kernels::MinMaxSum;
+using rtm::kernels::RangeStats;
 
 // Largest, smallest and wrapping sum of a[start, end); needs start < end.
-MinMaxSum minMaxSum(const int* a, int start, int end) { return rtm::kernels::minMaxSum(a + start, end - start); }
+RangeStats rangeStats(const int* a, int start, int end) { return rtm::kernels::rangeStats(a + start, end - start); }
 
 int32_t wrappedSum(const int* a, int start, int end) {
-    return start < end ? static_cast<int32_t>(minMaxSum(a, start, end).sum) : 0;
+    return start < end ? static_cast<int32_t>(rangeStats(a, start, end).sum) : 0;
 }
 
 // Wrapping sum of (a[i] - offset)^2 over [start, end).
@@ -30,9 +30,13 @@ uint32_t wrappedSquares(const int* a, int start, int end, int32_t offset) {
 
 // Integer sample standard deviation: the squared deviations from the truncated mean are summed
 // with 32-bit wrap, divided by (count - 1) as integers, and only then rooted in double precision.
-// A wrapped negative sum gives NaN, which converts to INT32_MIN.
-int32_t integerStd(const int* a, int start, int end, int32_t mean) {
-    const int32_t sq = static_cast<int32_t>(wrappedSquares(a, start, end, mean));
+// A wrapped negative sum gives NaN, which converts to INT32_MIN. The wrapped sum of squared
+// deviations is formed from the range's plain sums: sum (a - m)^2 = sum a^2 - 2 m sum a + n m^2
+// holds exactly in arithmetic modulo 2^32, so one pass over the values gives the same word.
+int32_t integerStd(const RangeStats& r, int start, int end, int32_t mean) {
+    const uint32_t m = static_cast<uint32_t>(mean);
+    const uint32_t n = static_cast<uint32_t>(end - start);
+    const int32_t sq = static_cast<int32_t>(r.squares - 2u * m * r.sum + n * m * m);
     const int32_t q = rtm::truncDiv32(sq, rtm::wrapSub32(end - start, 1));
     return rtm::floatToIntX86(std::sqrt(static_cast<double>(q)));
 }
@@ -72,21 +76,21 @@ int CBreathPro::DataMax_Min_Mean_std(int* a, int start, int end, int* pMax, int*
         *pMin = a[start];
         return 1;
     }
-    const MinMaxSum r = minMaxSum(a, start, end);
+    const RangeStats r = rangeStats(a, start, end);
     const int32_t mean = rtm::truncDiv32(static_cast<int32_t>(r.sum), end - start);
     *pMax = r.mx;
     *pMin = r.mn;
     *pMean = mean;
-    *pStd = (end - start == 1) ? 0 : integerStd(a, start, end, mean);
+    *pStd = (end - start == 1) ? 0 : integerStd(r, start, end, mean);
     return 1;
 }
 
 int CBreathPro::DataMax(int* a, int start, int end) {
-    return start < end ? minMaxSum(a, start, end).mx : a[start];
+    return start < end ? rangeStats(a, start, end).mx : a[start];
 }
 
 int CBreathPro::DataMin(int* a, int start, int end) {
-    return start < end ? minMaxSum(a, start, end).mn : a[start];
+    return start < end ? rangeStats(a, start, end).mn : a[start];
 }
 
 int CBreathPro::DataMean(int* a, int start, int end) {
@@ -97,7 +101,8 @@ int CBreathPro::DataMean(int* a, int start, int end) {
 // One element would divide by zero; it gives 0 here (no caller passes fewer than two).
 int CBreathPro::Datastd(int* a, int start, int end) {
     if (start >= end || end - start == 1) return 0;
-    return integerStd(a, start, end, rtm::truncDiv32(wrappedSum(a, start, end), end - start));
+    const RangeStats r = rangeStats(a, start, end);
+    return integerStd(r, start, end, rtm::truncDiv32(static_cast<int32_t>(r.sum), end - start));
 }
 
 float CBreathPro::DataMeanfloat(float* a, int start, int end) {

@@ -32,25 +32,30 @@ inline void slide(int32_t* s, int kOut, int kIn, int32_t leaving, int32_t enteri
 
 namespace portable {
 
-MinMaxSum minMaxSum(const int32_t* a, int n) {
+RangeStats rangeStats(const int32_t* a, int n) {
     int i = 0;
-    MinMaxSum r{a[0], a[0], 0u};
+    RangeStats r{a[0], a[0], 0u, 0u};
     if (n >= 4) {
         i32x4 mx = load4<i32x4>(a);
         i32x4 mn = mx;
         u32x4 sum = reinterpret_cast<u32x4>(mx);
+        u32x4 squares = sum * sum;
         for (i = 4; i + 4 <= n; i += 4) {
             const i32x4 v = load4<i32x4>(a + i);
+            const u32x4 u = reinterpret_cast<u32x4>(v);
             mx = max4(mx, v);
             mn = min4(mn, v);
-            sum += reinterpret_cast<u32x4>(v);
+            sum += u;
+            squares += u * u;
         }
-        r = MinMaxSum{hmax4(mx), hmin4(mn), hsum4(sum)};
+        r = RangeStats{hmax4(mx), hmin4(mn), hsum4(sum), hsum4(squares)};
     }
     for (; i < n; ++i) {
+        const uint32_t u = static_cast<uint32_t>(a[i]);
         if (a[i] > r.mx) r.mx = a[i];
         if (a[i] < r.mn) r.mn = a[i];
-        r.sum += static_cast<uint32_t>(a[i]);
+        r.sum += u;
+        r.squares += u * u;
     }
     return r;
 }
@@ -214,23 +219,27 @@ RTM_AVX2 inline __m256i load8(const int32_t* p) { return _mm256_loadu_si256(rein
 RTM_AVX2 inline __m256i load8(const uint32_t* p) { return _mm256_loadu_si256(reinterpret_cast<const __m256i*>(p)); }
 }  // namespace
 
-RTM_AVX2 MinMaxSum minMaxSum(const int32_t* a, int n) {
-    if (n < 8) return portable::minMaxSum(a, n);
+RTM_AVX2 RangeStats rangeStats(const int32_t* a, int n) {
+    if (n < 8) return portable::rangeStats(a, n);
     __m256i mx = load8(a);
     __m256i mn = mx;
     __m256i sum = mx;
+    __m256i squares = _mm256_mullo_epi32(mx, mx);
     int i = 8;
     for (; i + 8 <= n; i += 8) {
         const __m256i v = load8(a + i);
         mx = _mm256_max_epi32(mx, v);
         mn = _mm256_min_epi32(mn, v);
         sum = _mm256_add_epi32(sum, v);
+        squares = _mm256_add_epi32(squares, _mm256_mullo_epi32(v, v));
     }
-    MinMaxSum r{hmax8(mx), hmin8(mn), hsum8(sum)};
+    RangeStats r{hmax8(mx), hmin8(mn), hsum8(sum), hsum8(squares)};
     for (; i < n; ++i) {
+        const uint32_t u = static_cast<uint32_t>(a[i]);
         if (a[i] > r.mx) r.mx = a[i];
         if (a[i] < r.mn) r.mn = a[i];
-        r.sum += static_cast<uint32_t>(a[i]);
+        r.sum += u;
+        r.squares += u * u;
     }
     return r;
 }
@@ -440,7 +449,7 @@ int countCrossings(const int32_t* a, int64_t from, int64_t last, int32_t level) 
     return portable::countCrossings(a, from, last, level);
 }
 void replaceSorted(int32_t* sorted, int32_t leaving, int32_t entering) { portable::replaceSorted(sorted, leaving, entering); }
-MinMaxSum minMaxSum(const int32_t* a, int n) { return portable::minMaxSum(a, n); }
+RangeStats rangeStats(const int32_t* a, int n) { return portable::rangeStats(a, n); }
 uint32_t sumSquares(const int32_t* a, int n, int32_t offset) { return portable::sumSquares(a, n, offset); }
 uint32_t dot(const int32_t* a, const uint32_t* b, int n) { return portable::dot(a, b, n); }
 bool contains(const int32_t* a, int n, int32_t v) { return portable::contains(a, n, v); }
@@ -462,7 +471,7 @@ int countCrossings(const int32_t* a, int64_t from, int64_t last, int32_t level) 
     return RTM_PICK(countCrossings(a, from, last, level));
 }
 void replaceSorted(int32_t* sorted, int32_t leaving, int32_t entering) { RTM_PICK(replaceSorted(sorted, leaving, entering)); }
-MinMaxSum minMaxSum(const int32_t* a, int n) { return RTM_PICK(minMaxSum(a, n)); }
+RangeStats rangeStats(const int32_t* a, int n) { return RTM_PICK(rangeStats(a, n)); }
 uint32_t sumSquares(const int32_t* a, int n, int32_t offset) { return RTM_PICK(sumSquares(a, n, offset)); }
 uint32_t dot(const int32_t* a, const uint32_t* b, int n) { return RTM_PICK(dot(a, b, n)); }
 bool contains(const int32_t* a, int n, int32_t v) { return RTM_PICK(contains(a, n, v)); }

@@ -11,14 +11,15 @@
 namespace rtm {
 namespace kernels {
 
-struct MinMaxSum {
+struct RangeStats {
     int32_t mx;
     int32_t mn;
-    uint32_t sum;  // wrapping sum
+    uint32_t sum;      // wrapping sum
+    uint32_t squares;  // wrapping sum of squares
 };
 
-// Largest, smallest and wrapping sum of a[0, n); n >= 1.
-MinMaxSum minMaxSum(const int32_t* a, int n);
+// Largest, smallest, wrapping sum and wrapping sum of squares of a[0, n); n >= 1.
+RangeStats rangeStats(const int32_t* a, int n);
 // Wrapping sum of (a[i] - offset)^2 over [0, n).
 uint32_t sumSquares(const int32_t* a, int n, int32_t offset);
 // Wrapping sum of a[i] * b[i] over [0, n).
@@ -53,7 +54,7 @@ bool haveAvx2();
     int countCrossings(const int32_t* a, int64_t from, int64_t last, int32_t level);              \
     void replaceSorted(int32_t* sorted, int32_t leaving, int32_t entering);                       \
     int64_t nextTurn(const int32_t* a, int64_t from, int64_t stop);                               \
-    MinMaxSum minMaxSum(const int32_t* a, int n);                                                 \
+    RangeStats rangeStats(const int32_t* a, int n);                                                 \
     uint32_t sumSquares(const int32_t* a, int n, int32_t offset);                                 \
     uint32_t dot(const int32_t* a, const uint32_t* b, int n);                                     \
     bool contains(const int32_t* a, int n, int32_t v);                                            \

@@ -165,9 +165,9 @@ int CBeatMeasure::xValue(int, int i) {
     const int from = ringIndex(p - kAmplitudeHalfSpan);
     const int span = 2 * kAmplitudeHalfSpan;
     const int first = std::min(span, rtm::heart::kRingLength - from);
-    rtm::kernels::MinMaxSum r = rtm::kernels::minMaxSum(f + from, first);
+    rtm::kernels::RangeStats r = rtm::kernels::rangeStats(f + from, first);
     if (first < span) {
-        const rtm::kernels::MinMaxSum wrapped = rtm::kernels::minMaxSum(f, span - first);
+        const rtm::kernels::RangeStats wrapped = rtm::kernels::rangeStats(f, span - first);
         r.mx = std::max(r.mx, wrapped.mx);
         r.mn = std::min(r.mn, wrapped.mn);
     }

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <climits>
+#include <cmath>
 #include <cstring>
 #include <random>
 #include <vector>
@@ -28,7 +29,7 @@ std::vector<int32_t> words(std::mt19937& g, int n, bool extreme) {
 
 struct Version {
     const char* name;
-    k::MinMaxSum (*minMaxSum)(const int32_t*, int);
+    k::RangeStats (*rangeStats)(const int32_t*, int);
     uint32_t (*sumSquares)(const int32_t*, int, int32_t);
     uint32_t (*dot)(const int32_t*, const uint32_t*, int);
     bool (*contains)(const int32_t*, int, int32_t);
@@ -40,11 +41,11 @@ struct Version {
 };
 
 std::vector<Version> versions() {
-    std::vector<Version> v{{"four-lane", k::portable::minMaxSum, k::portable::sumSquares, k::portable::dot,
+    std::vector<Version> v{{"four-lane", k::portable::rangeStats, k::portable::sumSquares, k::portable::dot,
                             k::portable::contains, k::portable::nextTurn, k::portable::replaceSorted, k::portable::trailingMeans, k::portable::countCrossings,
                             k::portable::butterflyStage}};
     if (k::haveAvx2())
-        v.push_back({"avx2", k::avx2::minMaxSum, k::avx2::sumSquares, k::avx2::dot, k::avx2::contains,
+        v.push_back({"avx2", k::avx2::rangeStats, k::avx2::sumSquares, k::avx2::dot, k::avx2::contains,
                      k::avx2::nextTurn, k::avx2::replaceSorted, k::avx2::trailingMeans, k::avx2::countCrossings, k::avx2::butterflyStage});
     return v;
 }
@@ -60,17 +61,18 @@ TEST(Kernels, IntegerKernelsEqualTheElementLoops) {
                 const auto b = words(g, n, extreme);
                 const int32_t off = a[static_cast<size_t>(n)];
                 int32_t mx = a[0], mn = a[0];
-                uint32_t sum = 0, sq = 0, dp = 0;
+                uint32_t sum = 0, sq = 0, dp = 0, squares = 0;
                 for (int i = 0; i < n; ++i) {
                     mx = std::max(mx, a[i]);
                     mn = std::min(mn, a[i]);
                     sum += static_cast<uint32_t>(a[i]);
+                    squares += static_cast<uint32_t>(a[i]) * static_cast<uint32_t>(a[i]);
                     const uint32_t d = static_cast<uint32_t>(a[i]) - static_cast<uint32_t>(off);
                     sq += d * d;
                     dp += static_cast<uint32_t>(a[i]) * static_cast<uint32_t>(b[i]);
                 }
-                const k::MinMaxSum r = ver.minMaxSum(a.data(), n);
-                EXPECT_TRUE(r.mx == mx && r.mn == mn && r.sum == sum) << ver.name << " n " << n;
+                const k::RangeStats r = ver.rangeStats(a.data(), n);
+                EXPECT_TRUE(r.mx == mx && r.mn == mn && r.sum == sum && r.squares == squares) << ver.name << " n " << n;
                 EXPECT_EQ(ver.sumSquares(a.data(), n, off), sq) << ver.name << " n " << n;
                 EXPECT_EQ(ver.dot(a.data(), reinterpret_cast<const uint32_t*>(b.data()), n), dp) << ver.name;
                 EXPECT_EQ(ver.contains(a.data(), n, b[0]), std::count(a.begin(), a.begin() + n, b[0]) > 0) << ver.name;
@@ -158,6 +160,29 @@ TEST(Kernels, ButterflyStageMatchesTheElementLoopBitForBit) {
             ver.butterflyStage(re.data(), im.data(), n, h, wr.data(), wi.data());
             EXPECT_EQ(std::memcmp(re.data(), er.data(), sizeof(float) * n), 0) << ver.name << " h " << h;
             EXPECT_EQ(std::memcmp(im.data(), ei.data(), sizeof(float) * n), 0) << ver.name << " h " << h;
+        }
+    }
+}
+
+// The standard deviation forms the wrapped sum of squared deviations from one pass of plain
+// sums; it must equal the two-pass sum of (a - mean)^2 word for word, wrapping included.
+TEST(Kernels, OnePassDeviationEqualsTheTwoPassSum) {
+    std::mt19937 g(6u);
+    CBreathPro b;
+    for (int n : {2, 3, 9, 70, 1000}) {
+        for (bool extreme : {false, true}) {
+            auto a = words(g, n, extreme);
+            uint32_t sum = 0;
+            for (int i = 0; i < n; ++i) sum += static_cast<uint32_t>(a[i]);
+            const int32_t mean = static_cast<int32_t>(sum) / n;
+            uint32_t sq = 0;
+            for (int i = 0; i < n; ++i) {
+                const uint32_t d = static_cast<uint32_t>(a[i]) - static_cast<uint32_t>(mean);
+                sq += d * d;
+            }
+            const double root = std::sqrt(static_cast<double>(static_cast<int32_t>(sq) / (n - 1)));
+            const int32_t want = (root > -2147483649.0 && root < 2147483648.0) ? static_cast<int32_t>(root) : INT32_MIN;
+            EXPECT_EQ(b.Datastd(a.data(), 0, n), want) << "n " << n;
         }
     }
 }
