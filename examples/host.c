@@ -30,11 +30,11 @@ static int32_t accCounts(double g) { return (int32_t)lround(512.0 + 128.0 * g); 
 static double beat_mV(double t) {
     double p = (t - 0.10) / 0.025, q = (t - 0.20) / 0.010, r = (t - 0.22) / 0.010, s = (t - 0.24) / 0.010;
     double tw = (t - 0.45) / 0.050;
-    return 0.15 * exp(-0.5 * p * p) - 0.10 * exp(-0.5 * q * q) + 1.00 * exp(-0.5 * r * r) -
-           0.20 * exp(-0.5 * s * s) + 0.30 * exp(-0.5 * tw * tw);
+    return 0.15 * exp(-0.5 * p * p) - 0.10 * exp(-0.5 * q * q) + 1.00 * exp(-0.5 * r * r) - 0.20 * exp(-0.5 * s * s) +
+           0.30 * exp(-0.5 * tw * tw);
 }
 
-int main(int argc, char **argv) {
+int main(int argc, char** argv) {
     const int seconds = argc > 1 ? atoi(argv[1]) : 60;
     const int device = 1;
     const double heartPerMin = 72.0, breathPerMin = 15.0;
@@ -50,22 +50,23 @@ int main(int argc, char **argv) {
     for (int s = 0; s < seconds; ++s) {
         memset(&in, 0, sizeof in);
         in.nDeviceId = device;
-        in.nFrameSeq = s;                  /* consecutive numbers; a gap restarts conditioning */
-        in.nHeartMode = (s == 0) ? 1 : 0;  /* 1 restarts the heart analysis, 0 analyses */
-        for (int i = 0; i < 200; ++i) {    /* ECG: 200 samples per second */
+        in.nFrameSeq = s;                 /* consecutive numbers; a gap restarts conditioning */
+        in.nHeartMode = (s == 0) ? 1 : 0; /* 1 restarts the heart analysis, 0 analyses */
+        for (int i = 0; i < 200; ++i) {   /* ECG: 200 samples per second */
             double t = s + i / 200.0;
             in.nHeartData[i] = ecgCounts(beat_mV(fmod(t, 60.0 / heartPerMin)));
         }
-        for (int i = 0; i < 25; ++i) {     /* respiration and acceleration: 25 per second */
+        for (int i = 0; i < 25; ++i) { /* respiration and acceleration: 25 per second */
             double t = s + i / 25.0;
             int32_t chest = (int32_t)lround(30000.0 + 400.0 * sin(2.0 * kPi * t * breathPerMin / 60.0));
-            in.nBreathChan1[i] = chest;    /* analysed for the rate */
-            in.nBreathChan0[i] = chest;    /* filtered for display only */
-            in.nAccX[i] = accCounts(0.0);  /* lying on the back: gravity on the third axis */
+            in.nBreathChan1[i] = chest;   /* analysed for the rate */
+            in.nBreathChan0[i] = chest;   /* filtered for display only */
+            in.nAccX[i] = accCounts(0.0); /* lying on the back: gravity on the third axis */
             in.nAccY[i] = accCounts(0.0);
             in.nAccZ[i] = accCounts(1.0);
         }
-        processSignal(in, &out);           /* always returns 1 */
+        memset(&out, 0, sizeof out);
+        processSignal(in, &out); /* always returns 1 */
         printf("%d,%d,%d,%d,%d,%d\n", s, (int)out.nHeartRate, (int)out.nHeartStatus, (int)out.nBreathRate,
                (int)out.nBreathState, (int)out.nPosture);
     }

@@ -11,12 +11,12 @@
 
 #include "rtmonitor.h"
 
-int main(int argc, char **argv) {
+int main(int argc, char** argv) {
     ParamsIn in;
     ParamsOut out;
     long frames = 0;
     size_t got;
-    FILE *f;
+    FILE* f;
     if (argc != 2) {
         fprintf(stderr, "usage: replay_rates FILE.frames\n");
         return 2;
@@ -36,7 +36,8 @@ int main(int argc, char **argv) {
     }
     fclose(f);
     if (got != 0) {
-        fprintf(stderr, "%s: incomplete frame at byte %ld (frames are %d bytes); the %ld frames before it were replayed\n",
+        fprintf(stderr,
+                "%s: incomplete frame at byte %ld (frames are %d bytes); the %ld frames before it were replayed\n",
                 argv[1], frames * (long)sizeof in, (int)sizeof in, frames);
         return 1;
     }

@@ -10,7 +10,7 @@
 int main(void) {
     ParamsIn in;
     ParamsOut out;
-    rtm_device *dev;
+    rtm_device* dev;
     if (strcmp(rtm_version(), RTMONITOR_VERSION_STRING) != 0) {
         fprintf(stderr, "header %s but library %s\n", RTMONITOR_VERSION_STRING, rtm_version());
         return 1;
