@@ -65,7 +65,7 @@ if [ -f "$examples/threaded_handles.cpp" ]; then
     # shellcheck disable=SC2086
     "$cxx" -std=c++17 -O2 -Wall -Wextra -pthread "$examples/threaded_handles.cpp" $cflags $libs \
         -Wl,-rpath,"$libdir" -o "$work/threaded_handles"
-    "$work/threaded_handles" >"$work/threaded_handles.log" ||
+    "$work/threaded_handles" "$work/one.frames" --threads 2 --copies 3 >"$work/threaded_handles.log" ||
         { cat "$work/threaded_handles.log" >&2; fail "threaded_handles failed"; }
 fi
 echo "examples: all built and ran against $prefix"
