@@ -56,7 +56,7 @@ def main():
         sys.exit(f"{args.tool}: not found; build the tool first (make), or pass --tool PATH")
     tmp = tempfile.mkdtemp(prefix="rtm-measure-")
 
-    print("Warm-up on synthetic recordings (rtmonitor synth, 3 min, seeds 1..10): seconds from the first frame")
+    print("Warm-up on synthetic recordings (rtmonitor synth, 3 min, seeds 1..10): index of the first frame with a value")
     firsts = []
     for seed in range(1, 11):
         path = os.path.join(tmp, f"s{seed}.frames")
