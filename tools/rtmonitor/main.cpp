@@ -8,6 +8,7 @@
 #include <cstring>
 
 #include "cli.h"
+#include "rtmonitor.h"
 
 namespace rtmtool {
 
@@ -65,7 +66,8 @@ const char* const kMainUsage =
     "  synth    write a synthetic recording as a frame file\n"
     "  replay   analyse a frame file into per-frame CSV and an optional HTML report\n"
     "\n"
-    "`rtmonitor COMMAND --help` describes each command. Exit status: 0 success, 1 input error,\n"
+    "`rtmonitor COMMAND --help` describes each command; `rtmonitor --version` prints the library\n"
+    "version. Exit status: 0 success, 1 input error,\n"
     "2 usage error.\n";
 
 }  // namespace
@@ -159,6 +161,10 @@ int main(int argc, char** argv) {
     const std::vector<std::string> args(argv + 2, argv + argc);
     if (command == "-h" || command == "--help" || command == "help") {
         std::fputs(kMainUsage, stdout);
+        return kExitOk;
+    }
+    if (command == "--version" || command == "version") {
+        std::printf("rtmonitor %s\n", rtm_version());
         return kExitOk;
     }
     if (command == "demo") return runDemo(args);
