@@ -22,8 +22,12 @@ class LibraryNotFoundError(OSError):
 
 
 def _build_tree_candidates():
-    # python/rtmonitor/_library.py -> the checkout's root, where `make` builds build/.
-    root = Path(__file__).resolve().parent.parent.parent
+    # python/rtmonitor/_library.py in a checkout: `make` builds the library in <root>/build.
+    # An installed copy of the package has no build tree beside it.
+    package_parent = Path(__file__).resolve().parent.parent
+    root = package_parent.parent
+    if package_parent.name != "python" or not (root / "CMakeLists.txt").is_file():
+        return []
     return [root / "build" / "librtmonitor.so"]
 
 
@@ -86,7 +90,10 @@ def locate(environ=None, build_tree=None, installed=None, sonames=SONAMES):
     for path in build_tree:
         if Path(path).is_file():
             return _open(path)
-    tried.append("2. the build tree: " + ", ".join(str(p) for p in build_tree) + ": not built")
+    if build_tree:
+        tried.append("2. the build tree: " + ", ".join(str(p) for p in build_tree) + ": not built")
+    else:
+        tried.append("2. the build tree: none (this copy of the package is not in a source checkout)")
     failures = []
     for path in installed:
         if Path(path).is_file():
@@ -99,7 +106,7 @@ def locate(environ=None, build_tree=None, installed=None, sonames=SONAMES):
             raise
         except OSError as e:
             failures.append(str(e))
-    tried.append("3. the installed library (" + " or ".join(sonames) + "): " + "; ".join(failures))
+    tried.append("3. the installed library (" + " or ".join(sonames) + "):\n       " + "\n       ".join(failures))
     raise LibraryNotFoundError(
         "cannot find the rtmonitor library. Looked at:\n  " + "\n  ".join(tried) +
         f"\nBuild it with `make` in the source tree, install it with `make install`, or set {ENV_VAR} "
