@@ -109,8 +109,9 @@ def _fit(x, n, what, fs):
 def _respiration_counts(x):
     window = 10 * SLOW_RATE
     if len(x) > window:
-        trend = np.convolve(np.pad(x, window // 2, mode="edge"), np.ones(window + 1) / (window + 1), "valid")
-        detrended = x - trend
+        # Centred moving average over window + 1 samples, by running sums (long recordings).
+        sums = np.concatenate([[0.0], np.cumsum(np.pad(x, window // 2, mode="edge"))])
+        detrended = x - (sums[window + 1:] - sums[:-window - 1]) / (window + 1)
         whole = len(x) // window * window
         swings = np.ptp(detrended[:whole].reshape(-1, window), axis=1)
     else:
@@ -204,7 +205,8 @@ def to_frames(ecg, fs_ecg, resp=None, fs_resp=None, acc=None, fs_acc=None, ecg_u
     return frames
 
 
-def analyse(ecg, fs_ecg, resp=None, fs_resp=None, acc=None, fs_acc=None, ecg_unit="mV", dataframe=None, **units):
+def analyse(ecg, fs_ecg, resp=None, fs_resp=None, acc=None, fs_acc=None, ecg_unit="mV", resp_unit=None,
+            acc_unit="g", dataframe=None):
     """Analyses a whole recording; one row per second.
 
     Arguments as for to_frames (which shows the conversion). Columns: second (from 0: the row
@@ -213,7 +215,8 @@ def analyse(ecg, fs_ecg, resp=None, fs_resp=None, acc=None, fs_acc=None, ecg_uni
     0 no judgement, 1), posture (class 0..9), movement_mean and movement_max (levels 1..1023).
     A pandas DataFrame when pandas is installed (dataframe=False: a numpy structured array).
     """
-    frames = to_frames(ecg, fs_ecg, resp, fs_resp, acc, fs_acc, ecg_unit=ecg_unit, **units)
+    frames = to_frames(ecg, fs_ecg, resp, fs_resp, acc, fs_acc, ecg_unit=ecg_unit, resp_unit=resp_unit,
+                       acc_unit=acc_unit)
     columns = {"second": np.arange(len(frames), dtype=np.int64)}
     columns.update(summary_columns(process_records(frames)))
     return _table(columns, dataframe)

@@ -18,7 +18,8 @@ _MAGIC = b"RTMSTATE"
 class Device:
     """One device's analysis state. Use as a context manager, or call close(), to free it.
 
-    The frame's nDeviceId is not read: the Device is the device.
+    The frame's nDeviceId is not read: the Device is the device. Devices may be used from
+    several threads at once, one Device by one thread at a time.
     """
 
     def __init__(self):
