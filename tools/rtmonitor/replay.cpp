@@ -12,6 +12,7 @@
 #include "frame_file.h"
 #include "host.h"
 #include "progress.h"
+#include "record_source.h"
 #include "report.h"
 
 namespace rtmtool {
@@ -19,7 +20,7 @@ namespace rtmtool {
 int runReplay(const std::vector<std::string>& args) {
     ParsedArgs p;
     std::string error;
-    if (!parseArgs(args, {"--out", "--report", "--at"}, {"--waves"}, p, error))
+    if (!parseArgs(args, {"--out", "--report", "--at", "--ecg", "--resp", "--acc", "--device"}, {"--waves"}, p, error))
         return usageError("replay", error, kReplayUsage);
     if (p.help) {
         std::fputs(kReplayUsage, stdout);
@@ -35,8 +36,24 @@ int runReplay(const std::vector<std::string>& args) {
     const std::string path = p.positional[0];
     const bool waves = p.flags.count("--waves") > 0;
 
+    // A recording is converted into a temporary frame file first, then replayed like any other.
+    SourceOptions recordingOptions;
+    if (!sourceOptionsFrom(p.values, recordingOptions, error)) return usageError("replay", error, kReplayUsage);
+    std::string framePath = path;
+    struct TempRemover {
+        std::string path;
+        ~TempRemover() { if (!path.empty()) std::remove(path.c_str()); }
+    } converted;
+    if (isRecordingPath(path)) {
+        if (!convertRecordingToTempFrames(path, recordingOptions, converted.path, error)) {
+            std::fprintf(stderr, "rtmonitor replay: %s\n", error.c_str());
+            return kExitInput;
+        }
+        framePath = converted.path;
+    }
+
     FrameReader reader;
-    if (!reader.open(path)) {
+    if (!reader.open(framePath)) {
         std::fprintf(stderr, "rtmonitor replay: %s: cannot open: %s\n", path.c_str(), reader.error().c_str());
         return kExitInput;
     }
