@@ -16,6 +16,13 @@ namespace rtm_fuzz_wfdb {
 constexpr uint64_t kMaxSamples = 200000;
 }  // namespace rtm_fuzz_wfdb
 
+#ifndef RTM_FUZZ_NO_ENTRY
+extern "C" int LLVMFuzzerInitialize(int*, char***) {
+    rtm_fuzz::setupStats(250);
+    return 0;
+}
+#endif
+
 RTM_FUZZ_TARGET(rtmFuzzWfdb) {
     using namespace rtmtool;
     const uint8_t* zero = static_cast<const uint8_t*>(std::memchr(data, 0, size));

@@ -231,6 +231,10 @@ bool WfdbRecord::open(const std::string& headerName, const WfdbHeader& header, S
     header_ = header;
     opener_ = std::move(opener);
     channels_.clear();
+    if (header_.signals.empty()) {
+        error = headerName_ + ": the record has no signals";
+        return false;
+    }
     for (const WfdbSignalSpec& s : header_.signals)
         channels_.push_back({s.description, s.units, header_.frameRate * s.samplesPerFrame});
     // Signals sharing a file form one group, in header order; a group must be contiguous.
@@ -288,7 +292,8 @@ bool WfdbRecord::openGroups(std::string& error) {
             error = g.file + ": cannot seek to byte " + std::to_string(g.byteOffset);
             return false;
         }
-        g.buffer.assign(65536, 0);
+        // Small files (and the fuzz target's many tiny ones) need no large buffer.
+        g.buffer.assign(static_cast<size_t>(std::min<uint64_t>(65536, std::max<uint64_t>(16, size - g.byteOffset))), 0);
         g.bufferPos = g.bufferEnd = 0;
         g.havePending = false;
         g.last.assign(g.samplesPerFrame, 0);
@@ -463,12 +468,11 @@ bool readWfdbAnnotations(ByteSource& source, double frameRate, std::vector<Annot
         } else if (code == kNum || code == kSub || code == kChan) {
             // Annotator details that do not change the time or the label.
         } else if (code == kAux) {
-            std::string aux(static_cast<size_t>(value), '\0');
             const size_t padded = static_cast<size_t>(value + (value & 1));
-            std::vector<unsigned char> bytes(padded);
-            if (source.read(bytes.data(), padded) != padded) return fail("auxiliary text cut short");
+            unsigned char bytes[1024];
+            if (source.read(bytes, padded) != padded) return fail("auxiliary text cut short");
             offset += padded;
-            std::memcpy(aux.data(), bytes.data(), static_cast<size_t>(value));
+            const std::string aux(reinterpret_cast<const char*>(bytes), static_cast<size_t>(value));
             if (pendingNote && aux.rfind(kResolution, 0) == 0) {
                 double r = 0;
                 std::string num = aux.substr(sizeof kResolution - 1);
