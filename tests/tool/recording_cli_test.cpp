@@ -20,6 +20,13 @@ namespace {
 
 constexpr size_t kFrameBytes = 1320;
 
+// Recordings at other rates than 200 and 25 samples/s need the tool built with libsamplerate.
+#ifdef RTM_HAVE_SAMPLERATE
+#define SKIP_WITHOUT_RESAMPLING()
+#else
+#define SKIP_WITHOUT_RESAMPLING() GTEST_SKIP() << "rtmonitor was built without libsamplerate"
+#endif
+
 // ECG in mV: a 1 mV triangular QRS 80 ms wide and a 0.2 mV T wave per beat.
 double ecgMv(double t, double bpm) {
     const double rr = 60 / bpm, phase = std::fmod(t, rr) - 0.3;
@@ -71,6 +78,7 @@ protected:
 };
 
 TEST_F(RecordingTest, WfdbRecordImportsReplaysAndEvaluatesAtItsRates) {
+    SKIP_WITHOUT_RESAMPLING();
     writeWfdb(90);
     const RunResult imp = run("import " + path("r.hea") + " --out " + path("r.frames"));
     ASSERT_EQ(imp.status, 0) << imp.err;
@@ -131,6 +139,7 @@ TEST_F(RecordingTest, BadRecordsExitOneNamingTheFileAndLeaveNoOutput) {
 
 #ifdef RTM_HAVE_EDFLIB
 TEST_F(RecordingTest, EdfPlusWithEcgAndRespirationReplays) {
+    SKIP_WITHOUT_RESAMPLING();
     const int seconds = 90, ecgRate = 256, respRate = 32;
     const int h = edfopen_file_writeonly(path("e.edf").c_str(), EDFLIB_FILETYPE_EDFPLUS, 2);
     ASSERT_GE(h, 0);
@@ -149,6 +158,10 @@ TEST_F(RecordingTest, EdfPlusWithEcgAndRespirationReplays) {
         edf_set_label(h, s, sig[s].label);
         edf_set_physical_dimension(h, s, sig[s].unit);
     }
+    // Beat annotations, as an EDF+ file from a Holter analysis would carry them.
+    edf_set_number_of_annotation_signals(h, 3);
+    for (double t = 0.3; t < seconds; t += 60.0 / 66)
+        ASSERT_EQ(edfwrite_annotation_utf8(h, std::llround(t * 10000), -1, "N"), 0);
     std::vector<double> buf;
     for (int sec = 0; sec < seconds; ++sec) {
         buf.assign(ecgRate, 0);
@@ -169,6 +182,14 @@ TEST_F(RecordingTest, EdfPlusWithEcgAndRespirationReplays) {
     const auto last = fields(rows.back());
     EXPECT_NEAR(std::stoi(last[3]), 66, 3) << rows.back();
     EXPECT_NEAR(std::stoi(last[5]), 12, 2) << rows.back();
+    // Its beat annotations are the reference for evaluate.
+    const RunResult ev = run("evaluate " + path("e.edf") + " --json " + path("e.json"));
+    ASSERT_EQ(ev.status, 0) << ev.err;
+    const std::string json = readFile(path("e.json"));
+    EXPECT_NE(json.find("(EDF+ annotations) (99 beats)"), std::string::npos) << json;
+    const size_t mae = json.find("\"mean_abs_error\": ");
+    ASSERT_NE(mae, std::string::npos);
+    EXPECT_LT(std::stod(json.substr(mae + 18)), 2.0) << json;
     // A label that does not exist names the labels that do.
     const RunResult bad = run("replay " + path("e.edf") + " --resp Thermistor");
     EXPECT_EQ(bad.status, 1);
@@ -179,6 +200,7 @@ TEST_F(RecordingTest, EdfPlusWithEcgAndRespirationReplays) {
 #endif
 
 TEST_F(RecordingTest, EvaluationOfRecord100ReproducesItsReferenceRates) {
+    SKIP_WITHOUT_RESAMPLING();
     const std::string data = RTM_DATA_DIR;
     if (!std::filesystem::exists(data + "/wfdb/100.hea") || !std::filesystem::exists(data + "/100.ref.csv"))
         GTEST_SKIP() << "shared recordings absent (" << data << "): record 100 not evaluated";
