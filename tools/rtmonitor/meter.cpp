@@ -260,34 +260,29 @@ std::vector<Scenario> scenarios() {
         list.push_back(s);
     }
     {
-        Beat normal;
-        Scenario s;
-        s.name = "ventricular bigeminy 80";
-        s.waveform = "normal and wide (120 ms, -1.5 mV) beats alternating, RR 0.6 / 0.9 s: 80 bpm";
-        s.expected = 80;
-        addPattern(s.beats, {0.6, 0.9}, {normal, ventricular()}, 0.5, s.seconds);
-        list.push_back(s);
-        s.beats.clear();
-        s.name = "slow alternating bigeminy 60";
-        s.waveform = "normal and wide beats alternating at an even RR of 1.0 s: 60 bpm";
-        s.expected = 60;
-        addPattern(s.beats, {1.0}, {normal, ventricular()}, 0.5, s.seconds);
-        list.push_back(s);
-        s.beats.clear();
-        s.name = "rapid alternating bigeminy 120";
-        s.waveform = "normal and wide beats alternating at an even RR of 0.5 s: 120 bpm";
-        s.expected = 120;
-        addPattern(s.beats, {0.5}, {normal, ventricular()}, 0.5, s.seconds);
-        list.push_back(s);
-        s.beats.clear();
+        auto irregular = [&](const std::string& name, const std::string& waveform, double rate,
+                             const std::vector<double>& intervals, const std::vector<Beat>& shapes) {
+            Scenario s;
+            s.name = name;
+            s.waveform = waveform;
+            s.expected = rate;
+            addPattern(s.beats, intervals, shapes, 0.5, s.seconds);
+            list.push_back(s);
+        };
+        const Beat normal;
         Beat down = normal;
         down.qrsMv = -1;
         down.tMv = -0.2;
-        s.name = "bidirectional systoles 90";
-        s.waveform = "upright and inverted 1 mV complexes alternating, even RR: 90 bpm";
-        s.expected = 90;
-        addPattern(s.beats, {60.0 / 90}, {normal, down}, 0.5, s.seconds);
-        list.push_back(s);
+        irregular("ventricular bigeminy 80",
+                  "normal and wide (120 ms, -1.5 mV) beats alternating, RR 0.6 / 0.9 s: 80 bpm", 80, {0.6, 0.9},
+                  {normal, ventricular()});
+        irregular("slow alternating bigeminy 60", "normal and wide beats alternating at an even RR of 1.0 s: 60 bpm",
+                  60, {1.0}, {normal, ventricular()});
+        irregular("rapid alternating bigeminy 120",
+                  "normal and wide beats alternating at an even RR of 0.5 s: 120 bpm", 120, {0.5},
+                  {normal, ventricular()});
+        irregular("bidirectional systoles 90", "upright and inverted 1 mV complexes alternating, even RR: 90 bpm", 90,
+                  {60.0 / 90}, {normal, down});
     }
     for (double noise : {0.0, 0.05}) {
         Scenario s;
