@@ -131,9 +131,13 @@ TEST_F(RecordingTest, BadRecordsExitOneNamingTheFileAndLeaveNoOutput) {
     expectRefused("import " + path("r.hea") + " --ecg V9", "no ECG signal labelled 'V9' (signals: 'MLII', 'RESP')");
     expectRefused("import " + path("nothing.hea"), "nothing.hea: no such header file");
     // The output never overwrites the input.
-    const RunResult same = run("import " + path("r.hea") + " --out " + path("r.hea"));
-    EXPECT_EQ(same.status, 1);
-    EXPECT_NE(same.err.find("would overwrite the input"), std::string::npos) << same.err;
+    for (const char* input : {"r.hea", "r_resp.dat"}) {
+        const std::string before = readFile(path(input));
+        const RunResult same = run("import " + path("r.hea") + " --out " + path(input));
+        EXPECT_EQ(same.status, 1);
+        EXPECT_NE(same.err.find("would overwrite the input"), std::string::npos) << same.err;
+        EXPECT_EQ(readFile(path(input)), before);
+    }
     EXPECT_EQ(run("import " + path("r.hea")).status, 2);  // --out is required
 }
 

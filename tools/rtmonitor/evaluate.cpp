@@ -332,6 +332,10 @@ int runEvaluate(const std::vector<std::string>& args) {
     FrameReader frames;
     if (recording) {
         if (!source.open(path, options, error)) return fail(error);
+        for (const std::string& input : source.reader().inputFiles())
+            for (const char* o : {"--json", "--report"})
+                if (p.values.count(o) && sameFile(input, p.values[o]))
+                    return fail(p.values[o] + ": the output would overwrite the input " + input + "; choose another " + o);
         for (const std::string& n : source.notes()) std::fprintf(stderr, "rtmonitor evaluate: %s\n", n.c_str());
     } else if (!frames.open(path)) {
         return fail(path + ": cannot open: " + frames.error());

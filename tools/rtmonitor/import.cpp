@@ -37,16 +37,17 @@ int runImport(const std::vector<std::string>& args) {
     SourceOptions options;
     if (!sourceOptionsFrom(p.values, options, error)) return usageError("import", error, kImportUsage);
     const std::string path = p.positional[0], outPath = p.values["--out"];
-    if (sameFile(path, outPath) || sameFile(path + ".hea", outPath)) {
-        std::fprintf(stderr, "rtmonitor import: %s: the output would overwrite the input; choose another --out\n",
-                     outPath.c_str());
-        return kExitInput;
-    }
-
     RecordSource source;
     if (!source.open(path, options, error)) {
         std::fprintf(stderr, "rtmonitor import: %s\n", error.c_str());
         return kExitInput;
+    }
+    for (const std::string& input : source.reader().inputFiles()) {
+        if (sameFile(input, outPath)) {
+            std::fprintf(stderr, "rtmonitor import: %s: the output would overwrite the input %s; choose another --out\n",
+                         outPath.c_str(), input.c_str());
+            return kExitInput;
+        }
     }
     for (const std::string& n : source.notes()) std::fprintf(stderr, "rtmonitor import: %s\n", n.c_str());
     AtomicOutput out;

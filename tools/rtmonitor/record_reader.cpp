@@ -131,6 +131,7 @@ public:
         return true;
     }
     std::vector<Annotation> embeddedAnnotations() const override { return annotations_; }
+    std::vector<std::string> inputFiles() const override { return {path_}; }
 
 private:
     static std::string trim(const char* s) {

@@ -32,6 +32,8 @@ public:
     virtual bool readBlock(std::vector<std::vector<double>>& blocks, std::string& error) = 0;
     // Back to the first sample; false with `error` set when that fails.
     virtual bool rewind(std::string& error) = 0;
+    // The files the recording is read from, so that no output replaces one of them.
+    virtual std::vector<std::string> inputFiles() const = 0;
     // Annotations stored with the signals (EDF+); WFDB keeps them in separate files.
     virtual std::vector<Annotation> embeddedAnnotations() const { return {}; }
 };

@@ -310,6 +310,14 @@ bool WfdbRecord::openGroups(std::string& error) {
     return true;
 }
 
+std::vector<std::string> WfdbRecord::inputFiles() const {
+    std::vector<std::string> files = {headerName_};
+    const size_t slash = headerName_.find_last_of('/');
+    const std::string dir = slash == std::string::npos ? "" : headerName_.substr(0, slash + 1);
+    for (const Group& g : groups_) files.push_back(g.file.empty() || g.file[0] == '/' ? g.file : dir + g.file);
+    return files;
+}
+
 double WfdbRecord::duration() const { return static_cast<double>(frames_) / header_.frameRate; }
 
 bool WfdbRecord::rewind(std::string& error) { return openGroups(error); }
@@ -330,7 +338,7 @@ bool WfdbRecord::nextSample(Group& g, size_t slot, int& value, bool& invalid) {
     switch (g.format) {
         case 8: {
             if (!nextByte(g, b[0])) return false;
-            // First differences; the running value wraps as the 8-bit hardware's did not, so keep it wide.
+            // First differences from the signal's previous sample, starting at the header's initial value.
             g.last[slot] += static_cast<int>(static_cast<signed char>(b[0]));
             value = g.last[slot];
             return true;

@@ -32,7 +32,7 @@ struct WfdbSignalSpec {
 struct WfdbHeader {
     std::string name;
     double frameRate = 250;     // frames per second
-    double counterRate = 0;     // counter frequency for annotation times, 0 = frame rate
+    double counterRate = 0;     // counter frequency as stated (not needed for reading)
     uint64_t frames = 0;        // 0 = unknown, read to the end of the signal files
     std::vector<WfdbSignalSpec> signals;
 };
@@ -50,6 +50,7 @@ public:
     bool readBlock(std::vector<std::vector<double>>& blocks, std::string& error) override;
     bool rewind(std::string& error) override;
     uint64_t frames() const { return frames_; }
+    std::vector<std::string> inputFiles() const override;
 
 private:
     struct Group {
