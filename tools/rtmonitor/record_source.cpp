@@ -14,6 +14,7 @@
 
 #include "cli.h"
 #include "frame_file.h"
+#include "progress.h"
 
 namespace rtmtool {
 
@@ -343,12 +344,21 @@ bool convertRecordingToTempFrames(const std::string& path, const SourceOptions& 
     }
     tempPath = tmpl;
     std::FILE* f = fdopen(fd, "wb");
+    if (f == nullptr) {
+        close(fd);
+        std::remove(tempPath.c_str());
+        error = "cannot write a temporary file: " + std::string(std::strerror(errno));
+        return false;
+    }
     ParamsIn frame;
     unsigned char bytes[kFrameBytes];
+    Progress progress("converting " + path, source.expectedFrames());
     while (source.next(frame, error)) {
         encodeFrame(frame, bytes);
         std::fwrite(bytes, 1, sizeof bytes, f);
+        progress.update(source.framesDone());
     }
+    progress.finish();
     const bool ok = std::ferror(f) == 0;
     if (std::fclose(f) != 0 || !ok) error = "cannot write the temporary file " + tempPath;
     if (!error.empty()) {
