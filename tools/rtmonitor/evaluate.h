@@ -39,6 +39,11 @@ struct Evaluation {
     std::vector<std::string> notes;
 };
 
+// Fills e.heartReference / e.breathReference (one entry per second of `seconds`) from a CSV with
+// columns frame (or time_s) and hr_ref_bpm and/or br_ref_bpm (rows with br_agree other than 1
+// left out), or two columns time,rate holding a breathing rate. False with `error` naming the line.
+bool readReferenceCsv(const std::string& path, size_t seconds, Evaluation& e, std::string& error);
+
 std::string evaluationJson(const Evaluation& e);
 std::string evaluationTable(const Evaluation& e);
 // A self-contained HTML page: the reference drawn over the library's rates, and the error.

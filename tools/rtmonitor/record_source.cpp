@@ -10,9 +10,10 @@
 #include <cerrno>
 #include <cmath>
 #include <cstdio>
+#include <cstdint>
+#include <cstdlib>
 #include <cstring>
 
-#include "cli.h"
 #include "frame_file.h"
 #include "progress.h"
 
@@ -378,14 +379,15 @@ bool sourceOptionsFrom(const std::map<std::string, std::string>& values, SourceO
     options.resp = get("--resp");
     options.acc = get("--acc");
     if (values.count("--device")) {
-        long long id = 0;
         const std::string t = get("--device");
-        const bool negative = !t.empty() && t[0] == '-';
-        if (!parseInteger(negative ? t.substr(1) : t, 0, negative ? 2147483648LL : 2147483647LL, id)) {
+        char* end = nullptr;
+        errno = 0;
+        const long long id = t.empty() || std::isspace(static_cast<unsigned char>(t[0])) ? 0 : std::strtoll(t.c_str(), &end, 10);
+        if (t.empty() || end != t.c_str() + t.size() || errno != 0 || id < INT32_MIN || id > INT32_MAX) {
             error = "--device needs a whole number (a 32-bit id), not '" + t + "'";
             return false;
         }
-        options.deviceId = static_cast<int32_t>(negative ? -id : id);
+        options.deviceId = static_cast<int32_t>(id);
     }
     return true;
 }
