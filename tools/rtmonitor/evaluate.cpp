@@ -87,11 +87,11 @@ int runEvaluate(const std::vector<std::string>& args) {
         std::fprintf(stderr, "rtmonitor evaluate: %s\n", m.c_str());
         return kExitInput;
     };
-    for (const char* o : {"--json", "--report"}) {
-        if (p.values.count(o) && (sameFile(path, p.values[o]) || sameFile(path + ".hea", p.values[o]) ||
-                                  (p.values.count("--reference") && sameFile(p.values["--reference"], p.values[o]))))
-            return fail(p.values[o] + ": the output would overwrite an input; choose another " + o);
-    }
+    std::vector<std::pair<std::string, std::string>> outputs;
+    for (const char* o : {"--json", "--report"})
+        if (p.values.count(o)) outputs.emplace_back(o, p.values[o]);
+    std::vector<std::string> inputs{path};
+    if (p.values.count("--reference")) inputs.push_back(p.values["--reference"]);
 
     Evaluation e;
     e.record = path;
@@ -107,14 +107,26 @@ int runEvaluate(const std::vector<std::string>& args) {
     FrameReader frames;
     if (recording) {
         if (!source.open(path, options, error)) return fail(error);
-        for (const std::string& input : source.reader().inputFiles())
-            for (const char* o : {"--json", "--report"})
-                if (p.values.count(o) && sameFile(input, p.values[o]))
-                    return fail(p.values[o] + ": the output would overwrite the input " + input + "; choose another " + o);
+        const std::vector<std::string> files = source.reader().inputFiles();
+        inputs.insert(inputs.end(), files.begin(), files.end());
         for (const std::string& n : source.notes()) std::fprintf(stderr, "rtmonitor evaluate: %s\n", n.c_str());
     } else if (!frames.open(path)) {
         return fail(path + ": cannot open: " + frames.error());
     }
+    // Reference beats: an annotation file named or found beside a WFDB record.
+    std::string annPath;
+    if (p.values.count("--annotations")) {
+        if (!recording)
+            return fail("--annotations needs a recording (WFDB or EDF+); for a frame file give --reference CSV");
+        const std::string a = p.values["--annotations"];
+        annPath = fileExists(a) && a.find('/') != std::string::npos ? a : recordBase(path) + "." + a;
+        if (!fileExists(annPath) && fileExists(a)) annPath = a;
+        if (!fileExists(annPath)) return fail(annPath + ": no such annotation file");
+    } else if (recording && fileExists(recordBase(path) + ".atr") && fileExists(recordBase(path) + ".hea")) {
+        annPath = recordBase(path) + ".atr";
+    }
+    if (!annPath.empty()) inputs.push_back(annPath);
+    if (!checkOutputs(inputs, outputs, error)) return fail(error + "; nothing was written");
     initDevice(kEvaluationDevice);
     Progress progress("evaluating " + path, recording ? source.expectedFrames() : frames.size());
     ParamsIn in;
@@ -162,15 +174,6 @@ int runEvaluate(const std::vector<std::string>& args) {
     std::vector<Annotation> annotations;
     std::string annotationSource;
     if (recording) {
-        std::string annPath;
-        if (p.values.count("--annotations")) {
-            const std::string a = p.values["--annotations"];
-            annPath = fileExists(a) && a.find('/') != std::string::npos ? a : recordBase(path) + "." + a;
-            if (!fileExists(annPath) && fileExists(a)) annPath = a;
-            if (!fileExists(annPath)) return fail(annPath + ": no such annotation file");
-        } else if (fileExists(recordBase(path) + ".atr") && fileExists(recordBase(path) + ".hea")) {
-            annPath = recordBase(path) + ".atr";
-        }
         if (!annPath.empty()) {
             std::ifstream hf(recordBase(path) + ".hea");
             std::ostringstream text;
@@ -186,8 +189,6 @@ int runEvaluate(const std::vector<std::string>& args) {
             annotations = source.reader().embeddedAnnotations();
             annotationSource = path + " (EDF+ annotations)";
         }
-    } else if (p.values.count("--annotations")) {
-        return fail("--annotations needs a recording (WFDB or EDF+); for a frame file give --reference CSV");
     }
     std::vector<double> beats;
     for (const Annotation& a : annotations) {
@@ -219,11 +220,11 @@ int runEvaluate(const std::vector<std::string>& args) {
 
     std::fputs(evaluationTable(e).c_str(), stdout);
     int status = kExitOk;
-    if (p.values.count("--json") && !writeTextFile(p.values["--json"], evaluationJson(e), error)) {
+    if (p.values.count("--json") && !writeWholeFile(p.values["--json"], evaluationJson(e), error)) {
         std::fprintf(stderr, "rtmonitor evaluate: %s: cannot write: %s\n", p.values["--json"].c_str(), error.c_str());
         status = kExitInput;
     }
-    if (p.values.count("--report") && !writeTextFile(p.values["--report"], evaluationHtml(e), error)) {
+    if (p.values.count("--report") && !writeWholeFile(p.values["--report"], evaluationHtml(e), error)) {
         std::fprintf(stderr, "rtmonitor evaluate: %s: cannot write: %s\n", p.values["--report"].c_str(), error.c_str());
         status = kExitInput;
     }

@@ -42,15 +42,12 @@ int runImport(const std::vector<std::string>& args) {
         std::fprintf(stderr, "rtmonitor import: %s\n", error.c_str());
         return kExitInput;
     }
-    for (const std::string& input : source.reader().inputFiles()) {
-        if (sameFile(input, outPath)) {
-            std::fprintf(stderr, "rtmonitor import: %s: the output would overwrite the input %s; choose another --out\n",
-                         outPath.c_str(), input.c_str());
-            return kExitInput;
-        }
+    if (!checkOutputs(source.reader().inputFiles(), {{"--out", outPath}}, error)) {
+        std::fprintf(stderr, "rtmonitor import: %s; nothing was written\n", error.c_str());
+        return kExitInput;
     }
     for (const std::string& n : source.notes()) std::fprintf(stderr, "rtmonitor import: %s\n", n.c_str());
-    AtomicOutput out;
+    OutputFile out;
     if (!out.open(outPath, error)) {
         std::fprintf(stderr, "rtmonitor import: %s: cannot write: %s\n", outPath.c_str(), error.c_str());
         return kExitInput;

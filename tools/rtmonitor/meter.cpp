@@ -340,6 +340,10 @@ int runMeter(const std::vector<std::string>& args) {
     }
     if (!p.positional.empty()) return usageError("meter", "unexpected argument '" + p.positional[0] + "'", kMeterUsage);
 
+    if (p.values.count("--json") && !checkOutputs({}, {{"--json", p.values["--json"]}}, error)) {
+        std::fprintf(stderr, "rtmonitor meter: %s\n", error.c_str());
+        return kExitInput;
+    }
     const std::vector<Scenario> list = scenarios();
     std::ostringstream json;
     json << "{\n  \"tolerance\": \"max(10 %, 5 bpm)\",\n  \"scenarios\": [";
@@ -371,7 +375,7 @@ int runMeter(const std::vector<std::string>& args) {
                 kResponseLimitSeconds);
     std::printf("%d of %zu scenarios pass\n", passed, list.size());
     json << "\n  ],\n  \"passed\": " << passed << ",\n  \"total\": " << list.size() << "\n}\n";
-    if (p.values.count("--json") && !writeTextFile(p.values["--json"], json.str(), error)) {
+    if (p.values.count("--json") && !writeWholeFile(p.values["--json"], json.str(), error)) {
         std::fprintf(stderr, "rtmonitor meter: %s: cannot write: %s\n", p.values["--json"].c_str(), error.c_str());
         return kExitInput;
     }

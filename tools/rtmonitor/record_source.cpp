@@ -332,28 +332,29 @@ bool RecordSource::next(ParamsIn& frame, std::string& error) {
     return true;
 }
 
-bool convertRecordingToTempFrames(const std::string& path, const SourceOptions& options, std::string& tempPath,
-                                  std::string& error) {
-    RecordSource source;
-    if (!source.open(path, options, error)) return false;
-    for (const std::string& n : source.notes()) std::fprintf(stderr, "rtmonitor: %s: %s\n", path.c_str(), n.c_str());
+TemporaryFrames::~TemporaryFrames() {
+    if (!path_.empty()) std::remove(path_.c_str());
+}
+
+bool TemporaryFrames::write(RecordSource& source, const std::string& shownPath, std::string& error) {
+    for (const std::string& n : source.notes())
+        std::fprintf(stderr, "rtmonitor: %s: %s\n", shownPath.c_str(), n.c_str());
     char tmpl[] = "/tmp/rtmonitor-recording-XXXXXX";
     const int fd = mkstemp(tmpl);
     if (fd < 0) {
         error = "cannot create a temporary file: " + std::string(std::strerror(errno));
         return false;
     }
-    tempPath = tmpl;
+    path_ = tmpl;
     std::FILE* f = fdopen(fd, "wb");
     if (f == nullptr) {
         close(fd);
-        std::remove(tempPath.c_str());
         error = "cannot write a temporary file: " + std::string(std::strerror(errno));
         return false;
     }
     ParamsIn frame;
     unsigned char bytes[kFrameBytes];
-    Progress progress("converting " + path, source.expectedFrames());
+    Progress progress("converting " + shownPath, source.expectedFrames());
     while (source.next(frame, error)) {
         encodeFrame(frame, bytes);
         std::fwrite(bytes, 1, sizeof bytes, f);
@@ -361,13 +362,8 @@ bool convertRecordingToTempFrames(const std::string& path, const SourceOptions& 
     }
     progress.finish();
     const bool ok = std::ferror(f) == 0;
-    if (std::fclose(f) != 0 || !ok) error = "cannot write the temporary file " + tempPath;
-    if (!error.empty()) {
-        std::remove(tempPath.c_str());
-        tempPath.clear();
-        return false;
-    }
-    return true;
+    if (std::fclose(f) != 0 || !ok) error = "cannot write the temporary file " + path_;
+    return error.empty();
 }
 
 bool sourceOptionsFrom(const std::map<std::string, std::string>& values, SourceOptions& options, std::string& error) {

@@ -80,10 +80,21 @@ private:
     bool ended_ = false;
 };
 
-// Converts a recording into a temporary frame file (removed by the caller); false with `error`.
-// Used by commands that read frame files, so they read recordings too.
-bool convertRecordingToTempFrames(const std::string& path, const SourceOptions& options, std::string& tempPath,
-                                  std::string& error);
+// A recording converted into a temporary frame file, for commands that read frame files; the
+// file is removed with the object. The choices and substitutions go to standard error.
+class TemporaryFrames {
+public:
+    TemporaryFrames() = default;
+    ~TemporaryFrames();
+    TemporaryFrames(const TemporaryFrames&) = delete;
+    TemporaryFrames& operator=(const TemporaryFrames&) = delete;
+    // Converts every frame of an opened source; false with `error` set.
+    bool write(RecordSource& source, const std::string& shownPath, std::string& error);
+    const std::string& path() const { return path_; }
+
+private:
+    std::string path_;
+};
 
 // Parses --ecg/--resp/--acc/--device from parsed options into `options`; false with `error`.
 bool sourceOptionsFrom(const std::map<std::string, std::string>& values, SourceOptions& options, std::string& error);
