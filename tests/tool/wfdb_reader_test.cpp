@@ -136,6 +136,12 @@ TEST(WfdbReader, AnnotationsKeepTimesAndLabelsThroughSkipsAuxAndResolution) {
     put16(b, 1);
     put16(b, 70000 - 65536);
     put16(b, 5 << 10 | 20);   // V at 100 + 70000 + 20
+    put16(b, 59 << 10);       // skip back 2^23 ticks: a negative interval, top bit set
+    put16(b, 0xff80);
+    put16(b, 0);
+    put16(b, 59 << 10);       // ... and far forward again
+    put16(b, 0x7f00);
+    put16(b, 0);
     put16(b, 0);
     MemorySource s(b.data(), b.size());
     std::vector<Annotation> list;

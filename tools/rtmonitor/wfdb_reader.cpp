@@ -471,7 +471,8 @@ bool readWfdbAnnotations(ByteSource& source, double frameRate, std::vector<Annot
             if (source.read(w, 4) != 4) return fail("skip interval cut short");
             offset += 4;
             // A 32-bit interval stored as two 16-bit words, high word first.
-            const uint32_t u = static_cast<uint32_t>(w[0] << 16 | w[1] << 24) | w[2] | w[3] << 8;
+            const uint32_t u = static_cast<uint32_t>(w[1]) << 24 | static_cast<uint32_t>(w[0]) << 16 |
+                               static_cast<uint32_t>(w[3]) << 8 | w[2];
             time += static_cast<int32_t>(u);
         } else if (code == kNum || code == kSub || code == kChan) {
             // Annotator details that do not change the time or the label.
