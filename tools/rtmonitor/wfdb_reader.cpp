@@ -332,7 +332,7 @@ bool WfdbRecord::nextByte(Group& g, unsigned char& b) {
     return true;
 }
 
-bool WfdbRecord::nextSample(Group& g, size_t slot, int& value, bool& invalid) {
+bool WfdbRecord::nextSample(Group& g, size_t slot, long long& value, bool& invalid) {
     unsigned char b[4];
     invalid = false;
     switch (g.format) {
@@ -362,7 +362,7 @@ bool WfdbRecord::nextSample(Group& g, size_t slot, int& value, bool& invalid) {
         case 32: {
             if (!nextByte(g, b[0]) || !nextByte(g, b[1]) || !nextByte(g, b[2]) || !nextByte(g, b[3])) return false;
             const uint32_t u = static_cast<uint32_t>(b[3]) << 24 | b[2] << 16 | b[1] << 8 | b[0];
-            value = static_cast<int>(static_cast<int64_t>(u) - (u >= 0x80000000u ? 0x100000000LL : 0));
+            value = static_cast<int64_t>(u) - (u >= 0x80000000u ? 0x100000000LL : 0);
             invalid = value == INT_MIN;
             return true;
         }
@@ -392,7 +392,7 @@ bool WfdbRecord::readStoredFrame(std::string& error) {
         for (size_t si : g.signals) {
             const WfdbSignalSpec& s = header_.signals[si];
             for (int k = 0; k < s.samplesPerFrame; ++k, ++slot) {
-                int v = 0;
+                long long v = 0;
                 bool invalid = false;
                 if (!nextSample(g, slot, v, invalid)) {
                     error = g.file + ": " + (g.source->failed() ? "read error" : "ends early") + " in frame " +
@@ -403,7 +403,7 @@ bool WfdbRecord::readStoredFrame(std::string& error) {
                     --toDrop_[si];
                     continue;
                 }
-                queues_[si].push_back(invalid ? std::numeric_limits<double>::quiet_NaN() : (v - s.baseline) / s.gain);
+                queues_[si].push_back(invalid ? std::numeric_limits<double>::quiet_NaN() : (static_cast<double>(v) - s.baseline) / s.gain);
             }
         }
     }

@@ -64,12 +64,12 @@ private:
         size_t bufferPos = 0, bufferEnd = 0;
         int pendingHigh = 0;           // format 212: the second sample of a pair
         bool havePending = false;
-        std::vector<int> last;         // format 8: running value per group sample slot
+        std::vector<long long> last;   // format 8: running value per group sample slot
     };
     bool openGroups(std::string& error);
     bool readStoredFrame(std::string& error);
     bool nextByte(Group& g, unsigned char& b);
-    bool nextSample(Group& g, size_t slot, int& value, bool& invalid);
+    bool nextSample(Group& g, size_t slot, long long& value, bool& invalid);
 
     std::string headerName_;
     WfdbHeader header_;
