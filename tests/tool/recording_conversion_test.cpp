@@ -16,27 +16,15 @@
 #include "evaluate.h"
 #include "record_source.h"
 #include "resample.h"
+#include "tool_runner.h"
 
 namespace {
 
 using namespace rtmtool;
-namespace fs = std::filesystem;
 
-class ConversionTest : public ::testing::Test {
+class ConversionTest : public tooltest::ToolTest {
 protected:
-    void SetUp() override {
-        char tmpl[] = "/tmp/rtm_conversion_test_XXXXXX";
-        ASSERT_NE(mkdtemp(tmpl), nullptr);
-        dir_ = tmpl;
-    }
-    void TearDown() override {
-        std::error_code ec;
-        fs::remove_all(dir_, ec);
-    }
-    std::string path(const std::string& name) const { return (dir_ / name).string(); }
-    void write(const std::string& name, const std::string& bytes) const {
-        std::ofstream(path(name), std::ios::binary) << bytes;
-    }
+    void write(const std::string& name, const std::string& bytes) const { tooltest::writeFile(path(name), bytes); }
     static void put16(std::string& b, int v) {
         b += static_cast<char>(v & 0xff);
         b += static_cast<char>((v >> 8) & 0xff);
@@ -49,7 +37,6 @@ protected:
         EXPECT_EQ(error, "");
         return frames;
     }
-    fs::path dir_;
 };
 
 // 25 frames/s: ECG 8 samples per frame (200/s) in uV, respiration and three accelerometer axes
