@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "common/exact_math.h"
-#include "heart/ring_index.h"
+#include "heart/ring.h"
 #include "rtmonitor/CBeatMeasure.h"
 
 using rtm::heart::ringAt;

@@ -7,15 +7,16 @@
 #include <vector>
 
 #include "common/exact_math.h"
-#include "heart/ring_index.h"
+#include "heart/ring.h"
 #include "rtmonitor/CBeatMeasure.h"
 
+using rtm::heart::confirmedPeak;
+using rtm::heart::kPeakSpacingSamples;
 using rtm::heart::ringAt;
 using rtm::heart::slotAt;
 
 namespace {
 
-constexpr int kMinPeakSpacing = 31;     // samples between two confirmed peaks (155 ms)
 constexpr int kLookAhead = 30;          // samples searched ahead for a higher convex value
 constexpr int kAbsSearchHalfSpan = 20;  // samples either side for the absolute-ring maximum
 
@@ -107,14 +108,13 @@ std::vector<BeatMeasure> CBeatMeasure::MainPeakDiscern(int lead) {
         return beats;
 
     const int r = nQrsPeakPos;
-    const int l = nPeakPosRing[rtm::heart::wrapModulo(static_cast<int64_t>(nPeakPosRingPos) + 4, 5)];
+    const int l = confirmedPeak(*this, 0);
     if (r == l) return beats;
-    if (l != 0 && rtm::heart::wrapModulo(static_cast<int64_t>(r) - l, kRingLength) < kMinPeakSpacing)
-        return beats;
+    if (l != 0 && rtm::heart::ringDistance(l, r) <= kPeakSpacingSamples) return beats;
 
-    const int peakSlot = rtm::heart::wrapModulo(nPeakPosRingPos, 5);
-    nPeakPosRing[peakSlot] = r;
-    nPeakPosRingPos = peakSlot == 4 ? 0 : peakSlot + 1;
+    // Pushed before the QRS measurement: SaveQRSWave reads the peak before this one as
+    // confirmedPeak(1).
+    rtm::heart::pushRing(nPeakPosRing, nPeakPosRingPos, r);
     const int beatSlot = slotAt(nBeatPosRingPos);
     nBeatPosRing[beatSlot] = r;
     bQrsArmed = 0;
@@ -171,14 +171,6 @@ int CBeatMeasure::CalcRCharacter(int pos, int lead) {
     nMainPeakAmplitude[newHead] = amplitude.nPoint;
     CountBaseRPeak(newHead);
     return saved;
-}
-
-int CBeatMeasure::GetAnalysDataDistance(int a, int b) {
-    if (a < 0 || a > kRingLength - 1 || b < 0) return b == -1 ? a : 0;
-    if (b > kRingLength - 1) return 0;
-    int d = b - a;
-    if (d < 0) d += kRingLength;
-    return d;
 }
 
 int CBeatMeasure::GetEcgMainPeak(int pos, int span) {

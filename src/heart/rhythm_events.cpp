@@ -6,7 +6,7 @@
 #include <cstdint>
 
 #include "common/exact_math.h"
-#include "heart/ring_index.h"
+#include "heart/ring.h"
 #include "rtmonitor/CBeatMeasure.h"
 
 using rtm::heart::slotAt;
