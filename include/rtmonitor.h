@@ -7,7 +7,21 @@
 #ifndef RTMONITOR_H
 #define RTMONITOR_H
 
+#include <stddef.h>
 #include <stdint.h>
+
+/* The library version: RTMONITOR_VERSION_STRING at build time, rtm_version() at run time. */
+#define RTMONITOR_VERSION_MAJOR 0
+#define RTMONITOR_VERSION_MINOR 2
+#define RTMONITOR_VERSION_PATCH 0
+#define RTMONITOR_VERSION_STRING "0.2.0"
+
+/* Marks the functions a host links against; everything else in the library stays hidden. */
+#if defined(__GNUC__)
+#define RTMONITOR_API __attribute__((visibility("default")))
+#else
+#define RTMONITOR_API
+#endif
 
 #ifdef __cplusplus
 extern "C" {
@@ -42,12 +56,68 @@ typedef struct ParamsOut {
     int32_t nHeartStatus;        /* heart signal quality flag, 0 or 1 */
 } ParamsOut;
 
+/*
+ * The registry interface: devices named by id in one process-wide registry. Every call takes
+ * one process-wide lock, so analysis runs on one core at a time; a device's state, once
+ * registered, is kept for the life of the process (about 75 kB each, also after freeDevice).
+ */
+
 /* Registers a device, or restarts the analysis of one that exists. */
-void initDevice(int id);
+RTMONITOR_API void initDevice(int id);
 /* Analyses one frame for in.nDeviceId (creating its state if needed); always returns 1. */
-int processSignal(ParamsIn in, ParamsOut *out);
+RTMONITOR_API int processSignal(ParamsIn in, ParamsOut *out);
 /* Drops a device's state from the registry. */
-void freeDevice(int id);
+RTMONITOR_API void freeDevice(int id);
+
+/*
+ * The handle interface: one rtm_device per device, owned by the host. No lock is taken and no
+ * global state is touched, so any number of handles may be used at once from different threads;
+ * one handle must be used by one thread at a time. A handle gives, frame for frame, exactly the
+ * outputs the registry interface gives a device registered with initDevice and fed the same
+ * frames. Its memory is released by rtm_device_destroy.
+ */
+typedef struct rtm_device rtm_device;
+
+/* A fresh analysis state, as initDevice creates one. NULL when memory runs out. */
+RTMONITOR_API rtm_device *rtm_device_create(void);
+
+/*
+ * Analyses one frame: in->nDeviceId is not read (the handle is the device); every other input
+ * field is used as processSignal uses it, and every word of *out is written.
+ * Returns 1 when the frame was analysed, 0 (nothing changed) when an argument is NULL.
+ */
+RTMONITOR_API int rtm_device_process(rtm_device *dev, const ParamsIn *in, ParamsOut *out);
+
+/* Releases the handle and everything it holds. NULL is a no-op. */
+RTMONITOR_API void rtm_device_destroy(rtm_device *dev);
+
+/*
+ * Snapshots: the complete analysis state of a handle as bytes, to continue the device in another
+ * handle, process or machine with results identical, word for word, to a device that was never
+ * interrupted. A snapshot is rtm_device_state_size() bytes:
+ *   bytes  0..7   magic "RTMSTATE"
+ *   bytes  8..11  snapshot format version (uint32, 1)
+ *   bytes 12..15  byte-order mark 0x01020304 (uint32, native order)
+ *   bytes 16..31  library version, NUL-padded ASCII (e.g. "0.2.0")
+ *   bytes 32..39  payload size in bytes (uint64)
+ *   bytes 40..47  64-bit FNV-1a checksum of the header (with this field zero) and the payload
+ *   bytes 48..    the payload: the analysis state of this library version and build layout
+ * Snapshots are refused by another library version or a build with another state layout.
+ */
+RTMONITOR_API size_t rtm_device_state_size(void);
+
+/* Writes the snapshot into buf. 1 on success; 0 when an argument is NULL or len is too small. */
+RTMONITOR_API int rtm_device_save(const rtm_device *dev, void *buf, size_t len);
+
+/*
+ * Replaces the handle's state with the snapshot in buf. 1 on success. 0, with the handle left
+ * exactly as it was, for a NULL argument, a length other than rtm_device_state_size(), or a
+ * buffer that is truncated, corrupted, from another library version or not a snapshot at all.
+ */
+RTMONITOR_API int rtm_device_load(rtm_device *dev, const void *buf, size_t len);
+
+/* The library version, e.g. "0.2.0" (RTMONITOR_VERSION_STRING of the built library). */
+RTMONITOR_API const char *rtm_version(void);
 
 #ifdef __cplusplus
 }
@@ -55,10 +125,8 @@ void freeDevice(int id);
 
 /* The layout is a fixed contract with existing hosts. */
 #ifdef __cplusplus
-#include <cstddef>
 #define RTM_STATIC_ASSERT(c, m) static_assert(c, m)
 #else
-#include <stddef.h>
 #define RTM_STATIC_ASSERT(c, m) _Static_assert(c, m)
 #endif
 RTM_STATIC_ASSERT(sizeof(ParamsIn) == 1320, "ParamsIn must be 330 words");

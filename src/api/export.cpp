@@ -29,20 +29,20 @@ GeneralTimeTime* registry() {
 
 extern "C" {
 
-__attribute__((visibility("default"))) void initDevice(int id) {
+RTMONITOR_API void initDevice(int id) {
     const bool locked = lockIfThreaded();
     registry()->InitRealTime(id);
     if (locked) mx.unlock();
 }
 
-__attribute__((visibility("default"))) int processSignal(ParamsIn in, ParamsOut* out) {
+RTMONITOR_API int processSignal(ParamsIn in, ParamsOut* out) {
     const bool locked = lockIfThreaded();
     registry()->processSignal(in, out);
     if (locked) mx.unlock();
     return 1;
 }
 
-__attribute__((visibility("default"))) void freeDevice(int id) {
+RTMONITOR_API void freeDevice(int id) {
     const bool locked = lockIfThreaded();
     registry()->ClearRealTimeSingle(id);
     if (locked) mx.unlock();

@@ -4,9 +4,13 @@
 #include <vector>
 
 #include "common/exact_math.h"
+#include "registry/device_record.h"
 #include "rtmonitor/GeneralRealTime.h"
 
-bool GeneralTimeTime::DataSugnal(int* in, int* out, int n, double scale, double amplitude) {
+namespace {
+
+// The logistic squashing behind DataSugnal, shared by the registry and the handles.
+bool squashMagnitudes(int* in, int* out, int n, double scale, double amplitude) {
     if (n <= 0 || in == nullptr || out == nullptr) return false;
     if (amplitude <= 0.0) return false;
     for (int i = 0; i < n; ++i) {
@@ -18,11 +22,25 @@ bool GeneralTimeTime::DataSugnal(int* in, int* out, int n, double scale, double 
     return true;
 }
 
+}  // namespace
+
+bool GeneralTimeTime::DataSugnal(int* in, int* out, int n, double scale, double amplitude) {
+    return squashMagnitudes(in, out, n, scale, amplitude);
+}
+
 bool GeneralTimeTime::GetMovementData(int id, int, int* x, int* y, int* z, int* movement, int n) {
     const int index = GetDataStructIndex(id);
     if (index == -1 || n <= 0) return false;
-    CPedometerPro& filter = m_vecUserData[static_cast<std::size_t>(index)]->cPedometerPro;
+    rtm::movementStage(m_vecUserData[static_cast<std::size_t>(index)]->cPedometerPro, x, y, z,
+                       movement, n);
+    return true;
+}
 
+namespace rtm {
+
+void movementStage(CPedometerPro& filter, const int* x, const int* y, const int* z, int* movement,
+                   int n) {
+    if (n <= 0) return;
     std::vector<int> magnitudes;
     for (int i = 0; i < n; ++i) {
         int m = 0;
@@ -31,7 +49,7 @@ bool GeneralTimeTime::GetMovementData(int id, int, int* x, int* y, int* z, int* 
     }
     // A count of 1 on purpose: only the frame's first magnitude is squashed; hosts read the
     // others as raw magnitude minus 1000.
-    DataSugnal(magnitudes.data(), magnitudes.data(), 1, 300.0, 2000.0);
+    squashMagnitudes(magnitudes.data(), magnitudes.data(), 1, 300.0, 2000.0);
 
     for (int i = 0; i < n; ++i) {
         const float v = static_cast<float>(magnitudes[static_cast<std::size_t>(i)]) - 1000.0f;
@@ -44,5 +62,6 @@ bool GeneralTimeTime::GetMovementData(int id, int, int* x, int* y, int* z, int* 
             movement[i] = static_cast<int>(v);
         }
     }
-    return true;
 }
+
+}  // namespace rtm

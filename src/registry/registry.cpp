@@ -4,6 +4,7 @@
 // reachable for the life of the process.
 #include <cstddef>
 
+#include "registry/device_record.h"
 #include "rtmonitor/GeneralRealTime.h"
 
 namespace {
@@ -44,22 +45,7 @@ bool GeneralTimeTime::InitRealTime(int id) {
     // Value-initialised: the storage starts at zero before the analysers' constructors run, as
     // the heart analyser's never-reset counters require.
     UserDataStruct* record = new UserDataStruct();
-    record->nDeviceId = 0;
-    record->nSpare = 0;
-    record->nDeviceId = id;
-
-    // The values are not read by the analyser, but the record keeps its established form.
-    SettingParameter settings;
-    settings.nSettingA = 190;
-    settings.nSettingB = 120;
-    settings.nSettingC = 50;
-
-    record->cBeatMeasure.HeartProInit();
-    record->cBeatMeasure.Init(settings);
-    record->cBeatMeasure.Init_NOBeat(settings);
-    record->cBreathPro.BreathProInit();
-    record->cBreathPro.BreathnoProInit();
-    record->cPedometerPro.PedometerProInit();
+    rtm::resetDeviceRecord(*record, id);
 
     m_vecUserData.push_back(record);
     return true;
@@ -84,3 +70,26 @@ bool GeneralTimeTime::ClearRealTimeAll() {
     m_vecUserData.clear();
     return true;
 }
+
+namespace rtm {
+
+void resetDeviceRecord(UserDataStruct& record, int id) {
+    record.nDeviceId = 0;
+    record.nSpare = 0;
+    record.nDeviceId = id;
+
+    // The values are not read by the analyser, but the record keeps its established form.
+    SettingParameter settings;
+    settings.nSettingA = 190;
+    settings.nSettingB = 120;
+    settings.nSettingC = 50;
+
+    record.cBeatMeasure.HeartProInit();
+    record.cBeatMeasure.Init(settings);
+    record.cBeatMeasure.Init_NOBeat(settings);
+    record.cBreathPro.BreathProInit();
+    record.cBreathPro.BreathnoProInit();
+    record.cPedometerPro.PedometerProInit();
+}
+
+}  // namespace rtm
