@@ -46,7 +46,9 @@ INSTANTIATE_TEST_SUITE_P(SixToForty, BreathRate, ::testing::Values(6, 10, 15, 18
 TEST(BreathRecording, FollowsTheReferenceRateOf03700181) {
     const std::string dir = RTM_DATA_DIR;
     std::ifstream frames(dir + "/03700181.frames", std::ios::binary), ref(dir + "/03700181.ref.csv");
-    if (!frames || !ref) GTEST_SKIP() << "recording not available in " << dir;
+    if (!frames || !ref)
+        GTEST_SKIP() << dir << "/03700181.frames or .ref.csv is absent (the shared recordings belong in "
+                     << "../shared/data next to the repository); recording test skipped";
     std::string line, col[6];
     std::getline(ref, line);
     ParamsIn in;
