@@ -21,7 +21,7 @@
 
 #include "golden/golden_rows.h"
 #include "rtmonitor.h"
-#include "soak/synth_vitals.h"
+#include "synth/vitals.h"
 #include "support/frames.h"
 
 namespace {

@@ -4,7 +4,7 @@
 
 #include <algorithm>
 
-#include "soak/synth_vitals.h"
+#include "synth/vitals.h"
 
 namespace {
 
