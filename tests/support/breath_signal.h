@@ -1,5 +1,5 @@
 // Synthetic respiration for the breath tests and benchmark: 30000 + 1500 * sin(2 pi f t) raw
-// counts at 25 samples/s plus uniform noise of +-20 counts from a fixed-seed LCG, so every run
+// counts at 25 samples/s plus uniform noise of +-20 counts from the shared generator's Rng, so every run
 // sees the same samples; f is the true rate in breaths per minute / 60.
 #pragma once
 
@@ -7,6 +7,7 @@
 #include <cstdint>
 
 #include "rtmonitor/CBreathPro.h"
+#include "synth/random.h"
 
 namespace rtm_test {
 
@@ -17,9 +18,8 @@ public:
     explicit BreathSignal(double bpm) : bpm_(bpm) {}
     int next() {
         const double t = static_cast<double>(sample_++) / kBreathBlock;
-        state_ = state_ * 1664525u + 1013904223u;
-        return static_cast<int>(std::lround(30000.0 + 1500.0 * std::sin(2.0 * M_PI * bpm_ / 60.0 * t)) +
-                                (state_ >> 16) % 41u) - 20;
+        return static_cast<int>(std::lround(30000.0 + 1500.0 * std::sin(2.0 * M_PI * bpm_ / 60.0 * t))) +
+               static_cast<int>(rng_.next() % 41u) - 20;
     }
     void nextBlock(int* out) {
         for (int i = 0; i < kBreathBlock; ++i) out[i] = next();
@@ -27,7 +27,7 @@ public:
 
 private:
     double bpm_;
-    uint32_t state_ = 12345;
+    rtm_synth::Rng rng_{12345};
     long sample_ = 0;
 };
 
