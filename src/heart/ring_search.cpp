@@ -16,17 +16,18 @@ namespace {
 // Span before a candidate of the backward search over which it must dominate.
 constexpr int kDominanceSpan = 35;
 
-}  // namespace
-
-int CBeatMeasure::lngFindLocalMaxLocation(int* ring, int from, int to, int len, int& pos) {
+// The first position of the best value over `from` up to (not including) `to`, walked forward
+// with the wrap at `len`; `better` is strict, so the first occurrence wins. `pos` keeps `from`
+// when nothing beats the value there.
+template <typename Better>
+int firstExtreme(const int* ring, int from, int to, int len, int& pos, Better better) {
     pos = from;
     if (ring == nullptr || len < 1) return 0;
     const int count = wrapModulo(static_cast<int64_t>(to) - from, len);
     int idx = wrapModulo(from, len);
     int best = ring[idx];
     for (int k = 0; k < count; ++k) {
-        // Strictly greater: the first occurrence of the maximum wins.
-        if (ring[idx] > best) {
+        if (better(ring[idx], best)) {
             best = ring[idx];
             pos = idx;
         }
@@ -35,20 +36,14 @@ int CBeatMeasure::lngFindLocalMaxLocation(int* ring, int from, int to, int len, 
     return best;
 }
 
+}  // namespace
+
+int CBeatMeasure::lngFindLocalMaxLocation(int* ring, int from, int to, int len, int& pos) {
+    return firstExtreme(ring, from, to, len, pos, [](int v, int best) { return v > best; });
+}
+
 int CBeatMeasure::lngFindLocalMinLocation(int* ring, int from, int to, int len, int& pos) {
-    pos = from;
-    if (ring == nullptr || len < 1) return 0;
-    const int count = wrapModulo(static_cast<int64_t>(to) - from, len);
-    int idx = wrapModulo(from, len);
-    int best = ring[idx];
-    for (int k = 0; k < count; ++k) {
-        if (ring[idx] < best) {
-            best = ring[idx];
-            pos = idx;
-        }
-        idx = (idx + 1 == len) ? 0 : idx + 1;
-    }
-    return best;
+    return firstExtreme(ring, from, to, len, pos, [](int v, int best) { return v < best; });
 }
 
 int CBeatMeasure::lngFindLocalMaxLocation_reverse(int* ring, int* shape, int from, int to, int,
