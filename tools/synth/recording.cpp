@@ -1,6 +1,7 @@
-// Synthetic recordings with their truth (see recording.h). Heart: a sum of Gaussian P, Q, R, S and T waves
-// per beat, R amplitude 150..350 counts, beat intervals from a smoothed rate schedule with
-// respiratory sinus arrhythmia and jitter, respiration-linked baseline wander and noise.
+// Synthetic recordings with their truth (see recording.h). Heart: the shared beatShape per beat
+// with the T wave moving with the rate, R amplitude 150..350 counts, beat intervals from a
+// smoothed rate schedule with respiratory sinus arrhythmia and jitter, respiration-linked
+// baseline wander and noise.
 // Respiration: per-breath cycles with a quick inspiration, slower expiration and an end-expiratory
 // pause. Accelerometer: gravity in the sensor axes per posture, turns between postures and a
 // walking gait. All randomness comes from independent streams of the shared Rng, so a seed gives
@@ -12,6 +13,7 @@
 #include <cmath>
 
 #include "synth/random.h"
+#include "synth/vitals.h"
 
 namespace rtm_synth {
 namespace {
@@ -110,10 +112,6 @@ double breathShape(double u, double inspiration) {
     }
     return 0.0;
 }
-
-struct Wave {
-    double offset, sigma, amplitude;  // seconds from R, seconds, share of R amplitude
-};
 
 class Timeline {
 public:
@@ -256,22 +254,14 @@ void renderEcg(const Timeline& tl, const std::vector<double>& beats,
                                           (1.0 + 0.06 * std::sin(2.0 * kPi * u)) *
                                           (1.0 + 0.03 * rng.gauss()),
                                       150.0, 350.0);
-        const double tPeak = 0.30 * std::sqrt(std::clamp(rr, 0.3, 2.0));  // QT shortens with rate
-        const Wave waves[] = {
-            {-0.165, 0.022, 0.13}, {-0.028, 0.007, -0.10}, {0.0, 0.0095, 1.0},
-            {0.027, 0.008, -0.25}, {tPeak, 0.045, 0.30},   {tPeak + 0.04, 0.03, 0.08},
-        };
+        // The T wave comes earlier at faster rates (QT shortens with rate).
+        const double tWave = 0.30 * std::sqrt(std::clamp(rr, 0.3, 2.0));
         const long first = std::max(0L, static_cast<long>(std::ceil((tr - 0.3) * kHeartRate)));
         const long last = std::min(static_cast<long>(ecg.size()) - 1,
-                                   static_cast<long>(std::floor((tr + tPeak + 0.25) * kHeartRate)));
+                                   static_cast<long>(std::floor((tr + tWave + 0.24) * kHeartRate)));
         for (long n = first; n <= last; ++n) {
             const double dt = static_cast<double>(n) / kHeartRate - tr;
-            double v = 0;
-            for (const Wave& w : waves) {
-                const double z = (dt - w.offset) / w.sigma;
-                v += w.amplitude * std::exp(-0.5 * z * z);
-            }
-            ecg[static_cast<size_t>(n)] += amp * v;
+            ecg[static_cast<size_t>(n)] += beatShape(dt, amp, tWave);
         }
     }
     for (size_t n = 0; n < ecg.size(); ++n) {

@@ -13,14 +13,13 @@ double g(double x, double centre, double width) {
     return std::exp(-0.5 * d * d);
 }
 
-// One beat's P, Q, R, S and T waves at dt seconds from its R peak, for an R amplitude r.
-double beatShape(double dt, double r) {
-    if (dt < -0.3 || dt > 0.5) return 0.0;
-    return r * (0.12 * g(dt, -0.18, 0.025) - 0.12 * g(dt, -0.03, 0.010) + 1.0 * g(dt, 0.0, 0.011) -
-                0.22 * g(dt, 0.03, 0.011) + 0.28 * g(dt, 0.26, 0.045));
-}
-
 }  // namespace
+
+double beatShape(double dt, double r, double tWave) {
+    if (dt < -0.3 || dt > tWave + 0.24) return 0.0;
+    return r * (0.12 * g(dt, -0.18, 0.025) - 0.12 * g(dt, -0.03, 0.010) + 1.0 * g(dt, 0.0, 0.011) -
+                0.22 * g(dt, 0.03, 0.011) + 0.28 * g(dt, tWave, 0.045));
+}
 
 EcgSynth::EcgSynth(uint64_t seed, double beatsPerMinute, double rAmplitude)
     : rng_(seed), bpm_(beatsPerMinute), rAmp_(rAmplitude) {
@@ -44,7 +43,7 @@ double EcgSynth::cleanSample() {
         nextBeat_ += rr < 0.18 ? 0.18 : rr;
     }
     double v = 512.0;
-    for (int i = 0; i < kBeats; ++i) v += beatShape(t - beats_[i], beatAmp_[i]);
+    for (int i = 0; i < kBeats; ++i) v += beatShape(t - beats_[i], beatAmp_[i], kRestingTWave);
     return v;
 }
 

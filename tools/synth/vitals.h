@@ -41,7 +41,13 @@ inline const char* segmentName(Segment s) {
     return "?";
 }
 
-// ECG at 200 samples/s: a sum of Gaussian P, Q, R, S and T waves per beat, with a little beat to
+// One beat of ECG: Gaussian P, Q, R, S and T waves at dt seconds from the R peak (counts above
+// the baseline, R amplitude r), the T wave centred tWave seconds after R; 0 outside
+// -0.3 s .. tWave + 0.24 s.
+double beatShape(double dt, double r, double tWave);
+constexpr double kRestingTWave = 0.26;  // s after R, the T wave of a resting rate
+
+// ECG at 200 samples/s: beatShape per beat (T at kRestingTWave), with a little beat to
 // beat variability of the RR interval (2 %) and of the amplitude (3 %). The truth: the schedule's
 // rate and the time of every R peak, as they are made.
 class EcgSynth {
