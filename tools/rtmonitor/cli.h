@@ -27,6 +27,10 @@ bool parseArgs(const std::vector<std::string>& args, const std::set<std::string>
 // A whole decimal integer in [lo, hi]; false for anything else (signs, spaces, overflow included).
 bool parseInteger(const std::string& text, long long lo, long long hi, long long& value);
 
+// Reads `--at SECONDS` (start of the report's waveform stretch) into `at` when given; false with
+// `error` set for anything but a whole number of seconds from 0.
+bool parseAt(const ParsedArgs& p, int& at, std::string& error);
+
 // Prints "rtmonitor CMD: error", then the usage, to standard error; returns kExitUsage.
 int usageError(const std::string& command, const std::string& error, const char* usage);
 

@@ -38,16 +38,22 @@ const char* const kSynthUsage =
 
 const char* const kReplayUsage =
     "usage: rtmonitor replay FILE.frames [--out RESULTS.csv] [--waves] [--report FILE.html] [--at SECONDS]\n"
+    "                        [--reference REF.csv]\n"
     "\n"
-    "Runs every frame of a frame file through the library (devices are registered as they first\n"
-    "appear) and writes one CSV row per frame: frame,device,seq,heart_rate,heart_status,\n"
-    "breath_rate,breath_state,posture,movement_mean,movement_max.\n"
+    "Runs every frame of a frame file (- reads standard input) through the library (devices are\n"
+    "registered as they first appear) and writes one CSV row per frame: frame,device,seq,\n"
+    "heart_rate,heart_status,breath_rate,breath_state,posture,movement_mean,movement_max.\n"
+    "Outputs are checked before the replay starts, never overwrite the input, and appear only\n"
+    "when complete. A file that does not look like a recording draws a warning.\n"
     "\n"
     "  --out FILE        write the CSV there instead of standard output\n"
     "  --waves           add the waveform columns heart_wave_0..199, breath_display1_0..24,\n"
     "                    breath_display0_0..24, movement_0..24\n"
     "  --report FILE     also write an HTML report with plots, one section per device\n"
-    "  --at SECONDS      start of the waveform stretch in the report (default 60)\n";
+    "  --at SECONDS      start of the waveform stretch in the report (default 60)\n"
+    "  --reference FILE  reference rates drawn over the library's in the report: CSV with a time\n"
+    "                    column (frame, second, time or time_s), hr_ref_bpm/heart_rate/hr and/or\n"
+    "                    br_ref_bpm/breath_rate/br, optionally device\n";
 
 namespace {
 
@@ -118,6 +124,22 @@ bool parseInteger(const std::string& text, long long lo, long long hi, long long
     if (v < lo || v > hi) return false;
     value = v;
     return true;
+}
+
+bool parseAt(const ParsedArgs& p, int& at, std::string& error) {
+    const auto it = p.values.find("--at");
+    if (it == p.values.end()) return true;
+    long long v = 0;
+    if (parseInteger(it->second, 0, 1000000000LL, v)) {
+        at = static_cast<int>(v);
+        return true;
+    }
+    long long magnitude = 0;
+    if (it->second.size() > 1 && it->second[0] == '-' && parseInteger(it->second.substr(1), 0, 1000000000LL, magnitude))
+        error = "--at must be 0 or more seconds from the start of the recording, not " + it->second;
+    else
+        error = "--at needs a whole number of seconds from 0 to 1000000000, not '" + it->second + "'";
+    return false;
 }
 
 int usageError(const std::string& command, const std::string& error, const char* usage) {
