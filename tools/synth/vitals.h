@@ -109,6 +109,25 @@ private:
     int64_t cycles_ = 0;
 };
 
+// Respiration as a plain sine: 30000 + 1500 sin(2 pi f t) counts at 25 samples/s, phase 0 at
+// the first sample, plus uniform noise of +-20 counts; f is the rate in breaths per minute / 60.
+// The truth is the rate itself: a whole cycle every 60 / rate seconds.
+class SineBreath {
+public:
+    explicit SineBreath(double breathsPerMinute, uint64_t seed = 12345) : rng_(seed), bpm_(breathsPerMinute) {}
+    int next() {
+        const double t = static_cast<double>(sample_++) / kBreathSamplesPerFrame;
+        return static_cast<int>(std::lround(30000.0 + 1500.0 * std::sin(kTwoPi * bpm_ / 60.0 * t))) +
+               static_cast<int>(rng_.next() % 41u) - 20;
+    }
+    double rate() const { return bpm_; }
+
+private:
+    Rng rng_;
+    double bpm_;
+    int64_t sample_ = 0;
+};
+
 inline int32_t clampCount(double v, double lo, double hi) {
     if (!(v >= lo)) v = lo;
     if (v > hi) v = hi;
