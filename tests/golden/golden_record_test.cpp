@@ -21,7 +21,7 @@
 
 #include "golden/golden_rows.h"
 #include "rtmonitor.h"
-#include "soak/synth_vitals.h"
+#include "synth/vitals.h"
 #include "support/frames.h"
 
 namespace {
@@ -177,16 +177,16 @@ TEST(GoldenRecord, Restarts) {
 TEST(GoldenRecord, SequenceGaps) {
     DeviceRecording rec(25, 5005, 80.0, 11.0);
     std::vector<ParamsIn> frames(kStreamFrames);
-    // Counted in unsigned words so that the wrap past INT32_MAX is defined.
-    uint32_t seq = 1000;
+    int32_t seq = 1000;
     for (int s = 0; s < kStreamFrames; ++s) {
         rec.fill(frames[s], Segment::Clean);
         if (s % 53 == 17) seq += 4;           // frames lost on the link
         else if (s % 71 == 30) seq -= 1;      // a repeated number
         else if (s % 89 == 44) seq -= 20;     // numbering went backwards
         else if (s == 300) seq = INT32_MAX;   // the counter wraps
-        frames[s].nFrameSeq = static_cast<int32_t>(seq++);
-        if (seq == static_cast<uint32_t>(INT32_MIN) + 2) seq = 0;
+        frames[s].nFrameSeq = seq;
+        seq = static_cast<int32_t>(static_cast<uint32_t>(seq) + 1u);  // wraps past INT32_MAX
+        if (seq == INT32_MIN + 2) seq = 0;
     }
     checkAgainstGolden("gaps", runFrames(frames));
 }

@@ -37,9 +37,15 @@ int usageError(const std::string& command, const std::string& error, const char*
 extern const char* const kDemoUsage;
 extern const char* const kSynthUsage;
 extern const char* const kReplayUsage;
+extern const char* const kImportUsage;
+extern const char* const kEvaluateUsage;
+extern const char* const kMeterUsage;
 
 int runDemo(const std::vector<std::string>& args);
 int runSynth(const std::vector<std::string>& args);
 int runReplay(const std::vector<std::string>& args);
+int runImport(const std::vector<std::string>& args);
+int runEvaluate(const std::vector<std::string>& args);
+int runMeter(const std::vector<std::string>& args);
 
 }  // namespace rtmtool

@@ -8,6 +8,7 @@
 #include <cstring>
 
 #include "cli.h"
+#include "rtmonitor.h"
 
 namespace rtmtool {
 
@@ -37,12 +38,14 @@ const char* const kSynthUsage =
     "  --truth FILE      also write the generator's truth per device and second as CSV\n";
 
 const char* const kReplayUsage =
-    "usage: rtmonitor replay FILE.frames [--out RESULTS.csv] [--waves] [--report FILE.html] [--at SECONDS]\n"
-    "                        [--reference REF.csv]\n"
+    "usage: rtmonitor replay FILE.frames|RECORD [--out RESULTS.csv] [--waves] [--report FILE.html]\n"
+    "                        [--at SECONDS] [--reference REF.csv]\n"
     "\n"
     "Runs every frame of a frame file (- reads standard input) through the library (devices are\n"
     "registered as they first appear) and writes one CSV row per frame: frame,device,seq,\n"
     "heart_rate,heart_status,breath_rate,breath_state,posture,movement_mean,movement_max.\n"
+    "A recording (.hea, .edf, .bdf) is converted as `rtmonitor import` does, with its options\n"
+    "--ecg, --resp, --acc, --device.\n"
     "Outputs are checked before the replay starts, never overwrite the input, and appear only\n"
     "when complete. A file that does not look like a recording draws a warning.\n"
     "\n"
@@ -63,9 +66,13 @@ const char* const kMainUsage =
     "commands:\n"
     "  demo     run a synthetic recording through the library and compare with its truth\n"
     "  synth    write a synthetic recording as a frame file\n"
-    "  replay   analyse a frame file into per-frame CSV and an optional HTML report\n"
+    "  replay   analyse a frame file or a recording into per-frame CSV and an optional HTML report\n"
+    "  import   convert a recording (WFDB, EDF, BDF) into a frame file\n"
+    "  evaluate score the library's rates on a recording against its reference annotations\n"
+    "  meter    run the heart-rate meter test set and judge each scenario\n"
     "\n"
-    "`rtmonitor COMMAND --help` describes each command. Exit status: 0 success, 1 input error,\n"
+    "`rtmonitor COMMAND --help` describes each command; `rtmonitor --version` prints the library\n"
+    "version. Exit status: 0 success, 1 input error,\n"
     "2 usage error.\n";
 
 }  // namespace
@@ -161,9 +168,16 @@ int main(int argc, char** argv) {
         std::fputs(kMainUsage, stdout);
         return kExitOk;
     }
+    if (command == "--version" || command == "version") {
+        std::printf("rtmonitor %s\n", rtm_version());
+        return kExitOk;
+    }
     if (command == "demo") return runDemo(args);
     if (command == "synth") return runSynth(args);
     if (command == "replay") return runReplay(args);
+    if (command == "import") return runImport(args);
+    if (command == "evaluate") return runEvaluate(args);
+    if (command == "meter") return runMeter(args);
     std::fprintf(stderr, "rtmonitor: unknown command '%s'\n\n%s", command.c_str(), kMainUsage);
     return kExitUsage;
 }

@@ -16,6 +16,7 @@
 #include "host.h"
 #include "output_file.h"
 #include "progress.h"
+#include "record_source.h"
 #include "reference.h"
 #include "report.h"
 
@@ -39,7 +40,8 @@ int fail(const std::string& message) {
 int runReplay(const std::vector<std::string>& args) {
     ParsedArgs p;
     std::string error;
-    if (!parseArgs(args, {"--out", "--report", "--at", "--reference"}, {"--waves"}, p, error))
+    if (!parseArgs(args, {"--out", "--report", "--at", "--reference", "--ecg", "--resp", "--acc", "--device"},
+                   {"--waves"}, p, error))
         return usageError("replay", error, kReplayUsage);
     if (p.help) {
         printReplayHelp();
@@ -56,14 +58,31 @@ int runReplay(const std::vector<std::string>& args) {
     const bool toFile = p.values.count("--out") > 0;
     const bool wantReport = p.values.count("--report") > 0;
 
-    FrameReader reader;
-    if (!reader.open(path)) return fail(shownPath + ": cannot open: " + reader.error());
     std::vector<std::pair<std::string, std::string>> outputs;
     if (toFile) outputs.emplace_back("--out", p.values["--out"]);
     if (wantReport) outputs.emplace_back("--report", p.values["--report"]);
     std::vector<std::string> inputs{path};
     if (p.values.count("--reference")) inputs.push_back(p.values["--reference"]);
-    if (!checkOutputs(inputs, outputs, error)) return fail(error + "; nothing was written");
+
+    // A recording is converted into a temporary frame file first, then replayed like any other.
+    SourceOptions recordingOptions;
+    if (!sourceOptionsFrom(p.values, recordingOptions, error)) return usageError("replay", error, kReplayUsage);
+    std::string framePath = path;
+    TemporaryFrames converted;
+    const bool recording = isRecordingPath(path);
+    if (recording) {
+        RecordSource source;
+        if (!source.open(path, recordingOptions, error)) return fail(error);
+        const std::vector<std::string> files = source.reader().inputFiles();
+        inputs.insert(inputs.end(), files.begin(), files.end());
+        if (!checkOutputs(inputs, outputs, error)) return fail(error + "; nothing was written");
+        if (!converted.write(source, path, error)) return fail(error);
+        framePath = converted.path();
+    }
+
+    FrameReader reader;
+    if (!reader.open(framePath)) return fail(shownPath + ": cannot open: " + reader.error());
+    if (!recording && !checkOutputs(inputs, outputs, error)) return fail(error + "; nothing was written");
 
     std::map<int64_t, RateReference> references;
     if (p.values.count("--reference")) {
