@@ -165,6 +165,14 @@ void replaceSorted(int32_t* s, int32_t leaving, int32_t entering) {
     slide(s, kOut, kIn, leaving, entering);
 }
 
+bool slideWindow(int32_t* window, int32_t* sorted, const int32_t* ring, int n, int slot) {
+    const int32_t leaving = window[slot];
+    window[slot] = ring[slot];
+    if (std::memcmp(window, ring, sizeof(int32_t) * static_cast<size_t>(n)) != 0) return false;
+    replaceSorted(sorted, leaving, ring[slot]);
+    return true;
+}
+
 void butterflyStage(float* re, float* im, int n, int h, const float* wre, const float* wim) {
     for (int base = 0; base < n; base += 2 * h) {
         float* ar = re + base;
@@ -308,6 +316,18 @@ RTM_AVX2 void trailingMeans(const int32_t* a, int from, int n, int w, int32_t* o
     }
 }
 
+RTM_AVX2 bool slideWindow(int32_t* window, int32_t* sorted, const int32_t* ring, int n, int slot) {
+    const int32_t leaving = window[slot];
+    window[slot] = ring[slot];
+    // Whole blocks, the last one overlapping its predecessor so nothing past n is read.
+    __m256i differ = _mm256_setzero_si256();
+    for (int i = 0; i + 8 < n; i += 8) differ = _mm256_or_si256(differ, _mm256_xor_si256(load8(window + i), load8(ring + i)));
+    differ = _mm256_or_si256(differ, _mm256_xor_si256(load8(window + n - 8), load8(ring + n - 8)));
+    if (!_mm256_testz_si256(differ, differ)) return false;
+    replaceSorted(sorted, leaving, ring[slot]);
+    return true;
+}
+
 RTM_AVX2 int countCrossings(const int32_t* a, int64_t from, int64_t last, int32_t level) {
     const __m256i lv = _mm256_set1_epi32(level);
     const __m256i zero = _mm256_setzero_si256();
@@ -345,15 +365,14 @@ RTM_AVX2 uint32_t dot(const int32_t* a, const uint32_t* b, int n) {
     int i = 0;
     __m256i acc = _mm256_setzero_si256();
     for (; i + 8 <= n; i += 8) acc = _mm256_add_epi32(acc, _mm256_mullo_epi32(load8(a + i), load8(b + i)));
-    if (i + 4 <= n) {
-        const __m128i p = _mm_mullo_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i*>(a + i)),
-                                          _mm_loadu_si128(reinterpret_cast<const __m128i*>(b + i)));
-        acc = _mm256_add_epi32(acc, _mm256_zextsi128_si256(p));
-        i += 4;
+    if (i < n) {
+        // The last partial block through masked loads, which read only the lanes in range.
+        const __m256i mask = _mm256_cmpgt_epi32(_mm256_set1_epi32(n - i), _mm256_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7));
+        const __m256i va = _mm256_maskload_epi32(a + i, mask);
+        const __m256i vb = _mm256_maskload_epi32(reinterpret_cast<const int*>(b + i), mask);
+        acc = _mm256_add_epi32(acc, _mm256_mullo_epi32(va, vb));
     }
-    uint32_t sum = hsum8(acc);
-    for (; i < n; ++i) sum += static_cast<uint32_t>(a[i]) * b[i];
-    return sum;
+    return hsum8(acc);
 }
 
 RTM_AVX2 bool contains(const int32_t* a, int n, int32_t v) {
@@ -449,6 +468,9 @@ int countCrossings(const int32_t* a, int64_t from, int64_t last, int32_t level) 
     return portable::countCrossings(a, from, last, level);
 }
 void replaceSorted(int32_t* sorted, int32_t leaving, int32_t entering) { portable::replaceSorted(sorted, leaving, entering); }
+bool slideWindow(int32_t* window, int32_t* sorted, const int32_t* ring, int n, int slot) {
+    return portable::slideWindow(window, sorted, ring, n, slot);
+}
 RangeStats rangeStats(const int32_t* a, int n) { return portable::rangeStats(a, n); }
 uint32_t sumSquares(const int32_t* a, int n, int32_t offset) { return portable::sumSquares(a, n, offset); }
 uint32_t dot(const int32_t* a, const uint32_t* b, int n) { return portable::dot(a, b, n); }
@@ -471,6 +493,9 @@ int countCrossings(const int32_t* a, int64_t from, int64_t last, int32_t level) 
     return RTM_PICK(countCrossings(a, from, last, level));
 }
 void replaceSorted(int32_t* sorted, int32_t leaving, int32_t entering) { RTM_PICK(replaceSorted(sorted, leaving, entering)); }
+bool slideWindow(int32_t* window, int32_t* sorted, const int32_t* ring, int n, int slot) {
+    return RTM_PICK(slideWindow(window, sorted, ring, n, slot));
+}
 RangeStats rangeStats(const int32_t* a, int n) { return RTM_PICK(rangeStats(a, n)); }
 uint32_t sumSquares(const int32_t* a, int n, int32_t offset) { return RTM_PICK(sumSquares(a, n, offset)); }
 uint32_t dot(const int32_t* a, const uint32_t* b, int n) { return RTM_PICK(dot(a, b, n)); }

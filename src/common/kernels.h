@@ -43,6 +43,11 @@ int countCrossings(const int32_t* a, int64_t from, int64_t last, int32_t level);
 constexpr int kSortedValues = 56;
 constexpr int kSortedSlots = 64;
 void replaceSorted(int32_t* sorted, int32_t leaving, int32_t entering);
+// One step of a sliding window kept with a sorted copy: `window` holds the previous n values of
+// `ring` (8 <= n <= kSortedValues) and `sorted` the same values as above. When ring differs from
+// window at most in slot `slot`, takes that slot's new value into both and returns true;
+// otherwise returns false, and the caller must rebuild both from the ring.
+bool slideWindow(int32_t* window, int32_t* sorted, const int32_t* ring, int n, int slot);
 // One stage (half size h >= 4, a multiple of 4 dividing n / 2) of butterflies on split parts:
 // for each block and offset k, t = w[k] * x[k + h]; x[k + h] = x[k] - t; x[k] = x[k] + t.
 void butterflyStage(float* re, float* im, int n, int h, const float* wre, const float* wim);
@@ -53,6 +58,7 @@ bool haveAvx2();
     void trailingMeans(const int32_t* a, int from, int n, int w, int32_t* out);                   \
     int countCrossings(const int32_t* a, int64_t from, int64_t last, int32_t level);              \
     void replaceSorted(int32_t* sorted, int32_t leaving, int32_t entering);                       \
+    bool slideWindow(int32_t* window, int32_t* sorted, const int32_t* ring, int n, int slot);     \
     int64_t nextTurn(const int32_t* a, int64_t from, int64_t stop);                               \
     RangeStats rangeStats(const int32_t* a, int n);                                                 \
     uint32_t sumSquares(const int32_t* a, int n, int32_t offset);                                 \

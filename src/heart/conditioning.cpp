@@ -69,17 +69,12 @@ thread_local SortedWindow tSortedWindow;
 int slidingMedian(const int* ring, int slot) {
     constexpr int n = CBeatMeasure::kMedianLength;
     SortedWindow& w = tSortedWindow;
-    const int out = w.window[slot];
-    const int in = ring[slot];
-    w.window[slot] = in;
-    if (!w.filled || std::memcmp(w.window, ring, sizeof w.window) != 0) {
+    if (!w.filled || !rtm::kernels::slideWindow(w.window, w.sorted, ring, n, slot)) {
         std::memcpy(w.window, ring, sizeof w.window);
         std::memcpy(w.sorted, ring, sizeof w.window);
         std::sort(w.sorted, w.sorted + n);
         std::fill(w.sorted + n, w.sorted + rtm::kernels::kSortedSlots, std::numeric_limits<int>::max());
         w.filled = true;
-    } else {
-        rtm::kernels::replaceSorted(w.sorted, out, in);
     }
     return w.sorted[kMedianIndex];
 }

@@ -35,6 +35,7 @@ struct Version {
     bool (*contains)(const int32_t*, int, int32_t);
     int64_t (*nextTurn)(const int32_t*, int64_t, int64_t);
     void (*replaceSorted)(int32_t*, int32_t, int32_t);
+    bool (*slideWindow)(int32_t*, int32_t*, const int32_t*, int, int);
     void (*trailingMeans)(const int32_t*, int, int, int, int32_t*);
     int (*countCrossings)(const int32_t*, int64_t, int64_t, int32_t);
     void (*butterflyStage)(float*, float*, int, int, const float*, const float*);
@@ -42,11 +43,11 @@ struct Version {
 
 std::vector<Version> versions() {
     std::vector<Version> v{{"four-lane", k::portable::rangeStats, k::portable::sumSquares, k::portable::dot,
-                            k::portable::contains, k::portable::nextTurn, k::portable::replaceSorted, k::portable::trailingMeans, k::portable::countCrossings,
+                            k::portable::contains, k::portable::nextTurn, k::portable::replaceSorted, k::portable::slideWindow, k::portable::trailingMeans, k::portable::countCrossings,
                             k::portable::butterflyStage}};
     if (k::haveAvx2())
         v.push_back({"avx2", k::avx2::rangeStats, k::avx2::sumSquares, k::avx2::dot, k::avx2::contains,
-                     k::avx2::nextTurn, k::avx2::replaceSorted, k::avx2::trailingMeans, k::avx2::countCrossings, k::avx2::butterflyStage});
+                     k::avx2::nextTurn, k::avx2::replaceSorted, k::avx2::slideWindow, k::avx2::trailingMeans, k::avx2::countCrossings, k::avx2::butterflyStage});
     return v;
 }
 
@@ -132,6 +133,41 @@ TEST(Kernels, SortedWindowReplacementKeepsTheSortedValues) {
                     want.resize(k::kSortedSlots, INT32_MAX);
                     ASSERT_EQ(sorted, want) << ver.name << " n " << n << " step " << step;
                 }
+            }
+        }
+    }
+}
+
+// A window step is taken only when the ring moved in the named slot alone; any other change
+// must be refused so that the caller rebuilds.
+TEST(Kernels, SlidingWindowStepsOnlyOverTheNamedSlot) {
+    std::mt19937 g(10u);
+    for (const Version& ver : versions()) {
+        for (int n : {8, 9, 51, k::kSortedValues}) {
+            std::vector<int32_t> ring = words(g, n, true);
+            ring.resize(static_cast<size_t>(n));
+            std::vector<int32_t> window = ring, sorted(k::kSortedSlots, INT32_MAX);
+            std::copy(ring.begin(), ring.end(), sorted.begin());
+            std::sort(sorted.begin(), sorted.begin() + n);
+            for (int step = 0; step < 100; ++step) {
+                const int slot = static_cast<int>(g() % static_cast<unsigned>(n));
+                ring[slot] = words(g, 1, step % 2 == 0)[0];
+                const bool elsewhere = step % 7 == 3;
+                if (elsewhere) ring[(slot + 1 + g() % static_cast<unsigned>(n - 1)) % n] ^= 4;
+                const bool taken = ver.slideWindow(window.data(), sorted.data(), ring.data(), n, slot);
+                ASSERT_EQ(taken, !elsewhere) << ver.name << " n " << n << " step " << step;
+                if (!taken) {
+                    window = ring;
+                    std::fill(sorted.begin(), sorted.end(), INT32_MAX);
+                    std::copy(ring.begin(), ring.end(), sorted.begin());
+                    std::sort(sorted.begin(), sorted.begin() + n);
+                }
+                auto want = ring;
+                std::sort(want.begin(), want.end());
+                want.resize(k::kSortedValues, INT32_MAX);
+                want.resize(k::kSortedSlots, INT32_MAX);
+                ASSERT_EQ(sorted, want) << ver.name << " n " << n << " step " << step;
+                ASSERT_EQ(window, ring);
             }
         }
     }
