@@ -17,6 +17,18 @@ namespace {
 // The wrapped sum read as a signed word and divided as the hardware does (w >= 1).
 inline int32_t truncDiv(uint32_t sum, int w) { return static_cast<int32_t>(sum) / w; }
 
+// Folds a[i, n) into range statistics gathered over the elements before i.
+inline RangeStats finishStats(RangeStats r, const int32_t* a, int i, int n) {
+    for (; i < n; ++i) {
+        const uint32_t u = static_cast<uint32_t>(a[i]);
+        if (a[i] > r.mx) r.mx = a[i];
+        if (a[i] < r.mn) r.mn = a[i];
+        r.sum += u;
+        r.squares += u * u;
+    }
+    return r;
+}
+
 // The sorted window with the leaving value at kOut and kIn values below the entering one: the
 // values between the two places move by one and the entering value takes the freed place.
 inline void slide(int32_t* s, int kOut, int kIn, int32_t leaving, int32_t entering) {
@@ -50,14 +62,7 @@ RangeStats rangeStats(const int32_t* a, int n) {
         }
         r = RangeStats{hmax4(mx), hmin4(mn), hsum4(sum), hsum4(squares)};
     }
-    for (; i < n; ++i) {
-        const uint32_t u = static_cast<uint32_t>(a[i]);
-        if (a[i] > r.mx) r.mx = a[i];
-        if (a[i] < r.mn) r.mn = a[i];
-        r.sum += u;
-        r.squares += u * u;
-    }
-    return r;
+    return finishStats(r, a, i, n);
 }
 
 uint32_t sumSquares(const int32_t* a, int n, int32_t offset) {
@@ -242,14 +247,7 @@ RTM_AVX2 RangeStats rangeStats(const int32_t* a, int n) {
         squares = _mm256_add_epi32(squares, _mm256_mullo_epi32(v, v));
     }
     RangeStats r{hmax8(mx), hmin8(mn), hsum8(sum), hsum8(squares)};
-    for (; i < n; ++i) {
-        const uint32_t u = static_cast<uint32_t>(a[i]);
-        if (a[i] > r.mx) r.mx = a[i];
-        if (a[i] < r.mn) r.mn = a[i];
-        r.sum += u;
-        r.squares += u * u;
-    }
-    return r;
+    return finishStats(r, a, i, n);
 }
 
 RTM_AVX2 uint32_t sumSquares(const int32_t* a, int n, int32_t offset) {
