@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "common/exact_math.h"
+#include "common/kernels.h"
 #include "rtmonitor/CBreathPro.h"
 
 namespace {
@@ -13,29 +14,44 @@ namespace {
 // Values of a rate history below this are left out of every float mean.
 constexpr float kRateMeanFloor = 4.0f;
 
+using rtm::kernels::RangeStats;
+
+// Largest, smallest and wrapping sum of a[start, end); needs start < end.
+RangeStats rangeStats(const int* a, int start, int end) { return rtm::kernels::rangeStats(a + start, end - start); }
+
 int32_t wrappedSum(const int* a, int start, int end) {
-    uint32_t sum = 0;
-    for (int i = start; i < end; ++i) sum += static_cast<uint32_t>(a[i]);
-    return static_cast<int32_t>(sum);
+    return start < end ? static_cast<int32_t>(rangeStats(a, start, end).sum) : 0;
+}
+
+// Wrapping sum of (a[i] - offset)^2 over [start, end).
+uint32_t wrappedSquares(const int* a, int start, int end, int32_t offset) {
+    return start < end ? rtm::kernels::sumSquares(a + start, end - start, offset) : 0u;
 }
 
 // Integer sample standard deviation: the squared deviations from the truncated mean are summed
 // with 32-bit wrap, divided by (count - 1) as integers, and only then rooted in double precision.
-// A wrapped negative sum gives NaN, which converts to INT32_MIN.
-int32_t integerStd(const int* a, int start, int end, int32_t mean) {
-    int32_t sq = 0;
-    for (int i = start; i < end; ++i) {
-        const int32_t d = rtm::wrapSub32(a[i], mean);
-        sq = rtm::wrapAdd32(sq, rtm::wrapMul32(d, d));
-    }
+// A wrapped negative sum gives NaN, which converts to INT32_MIN. The wrapped sum of squared
+// deviations is formed from the range's plain sums: sum (a - m)^2 = sum a^2 - 2 m sum a + n m^2
+// holds exactly in arithmetic modulo 2^32, so one pass over the values gives the same word.
+int32_t integerStd(const RangeStats& r, int start, int end, int32_t mean) {
+    const uint32_t m = static_cast<uint32_t>(mean);
+    const uint32_t n = static_cast<uint32_t>(end - start);
+    const int32_t sq = static_cast<int32_t>(r.squares - 2u * m * r.sum + n * m * m);
     const int32_t q = rtm::truncDiv32(sq, rtm::wrapSub32(end - start, 1));
     return rtm::floatToIntX86(std::sqrt(static_cast<double>(q)));
+}
+
+// True when a[start, end) holds `value` anywhere.
+bool contains(const int* a, int start, int end, int value) {
+    return start < end && rtm::kernels::contains(a + start, end - start, value);
 }
 
 }  // namespace
 
 bool CBreathPro::judgezeros(int* a, int start, int end, int value, int runLength) {
     if (start >= end) return true;
+    // A run needs at least one sample of the value; most windows hold none.
+    if (!contains(a, start, end, value)) return true;
     int run = 0;
     for (int i = start; i < end; ++i) {
         if (a[i] != value) {
@@ -60,32 +76,21 @@ int CBreathPro::DataMax_Min_Mean_std(int* a, int start, int end, int* pMax, int*
         *pMin = a[start];
         return 1;
     }
-    int32_t mx = a[start];
-    int32_t mn = a[start];
-    for (int i = start; i < end; ++i) {
-        if (a[i] > mx) mx = a[i];
-        if (a[i] < mn) mn = a[i];
-    }
-    const int32_t mean = rtm::truncDiv32(wrappedSum(a, start, end), end - start);
-    *pMax = mx;
-    *pMin = mn;
+    const RangeStats r = rangeStats(a, start, end);
+    const int32_t mean = rtm::truncDiv32(static_cast<int32_t>(r.sum), end - start);
+    *pMax = r.mx;
+    *pMin = r.mn;
     *pMean = mean;
-    *pStd = (end - start == 1) ? 0 : integerStd(a, start, end, mean);
+    *pStd = (end - start == 1) ? 0 : integerStd(r, start, end, mean);
     return 1;
 }
 
 int CBreathPro::DataMax(int* a, int start, int end) {
-    int32_t mx = a[start];
-    for (int i = start; i < end; ++i)
-        if (a[i] > mx) mx = a[i];
-    return mx;
+    return start < end ? rangeStats(a, start, end).mx : a[start];
 }
 
 int CBreathPro::DataMin(int* a, int start, int end) {
-    int32_t mn = a[start];
-    for (int i = start; i < end; ++i)
-        if (a[i] < mn) mn = a[i];
-    return mn;
+    return start < end ? rangeStats(a, start, end).mn : a[start];
 }
 
 int CBreathPro::DataMean(int* a, int start, int end) {
@@ -96,7 +101,8 @@ int CBreathPro::DataMean(int* a, int start, int end) {
 // One element would divide by zero; it gives 0 here (no caller passes fewer than two).
 int CBreathPro::Datastd(int* a, int start, int end) {
     if (start >= end || end - start == 1) return 0;
-    return integerStd(a, start, end, rtm::truncDiv32(wrappedSum(a, start, end), end - start));
+    const RangeStats r = rangeStats(a, start, end);
+    return integerStd(r, start, end, rtm::truncDiv32(static_cast<int32_t>(r.sum), end - start));
 }
 
 float CBreathPro::DataMeanfloat(float* a, int start, int end) {
@@ -131,8 +137,7 @@ void CBreathPro::Arrayshiftfloat(float* a, int n, float v) {
 // which the driver takes as "not zero and not above 50". Do not widen the sum.
 float CBreathPro::energysum(int* a, int n) {
     if (n < 1) return 0.0f;
-    int32_t sq = 0;
-    for (int i = 0; i < n; ++i) sq = rtm::wrapAdd32(sq, rtm::wrapMul32(a[i], a[i]));
+    const int32_t sq = static_cast<int32_t>(wrappedSquares(a, 0, n, 0));
     return static_cast<float>(std::sqrt(static_cast<double>(static_cast<float>(sq)) / 1000000.0));
 }
 
@@ -141,12 +146,14 @@ float CBreathPro::energysum(int* a, int n) {
 void CBreathPro::moving_average_smooth(int* a, int n, int w, int* out) {
     if (w < 1) w = 1;
     uint32_t sum = 0;
-    for (int i = 0; i < n; ++i) {
+    int i = 0;
+    // While the window fills, the divisor grows with it.
+    for (; i < n && i + 1 < w; ++i) {
         sum += static_cast<uint32_t>(a[i]);
-        if (i >= w) sum -= static_cast<uint32_t>(a[i - w]);
-        const int32_t terms = (i + 1 < w) ? i + 1 : w;
-        out[i] = rtm::truncDiv32(static_cast<int32_t>(sum), terms);
+        out[i] = rtm::truncDiv32(static_cast<int32_t>(sum), i + 1);
     }
+    // Then a full window of w values each time.
+    rtm::kernels::trailingMeans(a, i, n, w, out);
 }
 
 void CBreathPro::sortfloat(float* a, int n) {

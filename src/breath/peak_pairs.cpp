@@ -7,6 +7,7 @@
 
 #include "breath/rate_math.h"
 #include "common/exact_math.h"
+#include "common/kernels.h"
 #include "rtmonitor/CBreathPro.h"
 
 namespace {
@@ -32,15 +33,8 @@ float goodPairFraction(const int* data, const int* loc, int count) {
         const int64_t a = loc[k];
         const int64_t b = loc[k + 1];
         if (!(a < b - 2)) continue;
-        int crossings = 0;
-        for (int64_t j = a; j <= b - 3; ++j) {
-            const int32_t d0 = rtm::wrapSub32(data[j], kMidLevel);
-            const int32_t c1 = rtm::wrapMul32(d0, rtm::wrapSub32(data[j + 1], kMidLevel));
-            // A sample on the level counts only if the sample after next is on the other side.
-            if (c1 < 0 || (c1 == 0 && rtm::wrapMul32(d0, rtm::wrapSub32(data[j + 2], kMidLevel)) < 0))
-                ++crossings;
-        }
-        if (crossings == 2) ++good;
+        // A sample on the level counts only if the sample after next is on the other side.
+        if (rtm::kernels::countCrossings(data, a, b - 3, kMidLevel) == 2) ++good;
     }
     return rtm::breath::ieeeDivF(static_cast<float>(good),
                                  static_cast<float>(rtm::wrapSub32(count, 1)));

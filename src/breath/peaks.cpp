@@ -6,6 +6,7 @@
 #include <cstdint>
 
 #include "common/exact_math.h"
+#include "common/kernels.h"
 #include "rtmonitor/CBreathPro.h"
 
 namespace {
@@ -47,7 +48,9 @@ void CBreathPro::FindPeakMinMax(int* data, int nStart, int nEnd, int nMinDist, i
     bool started = false;
     bool lastWasPeak = false;
 
-    for (int64_t pos = first; pos < stop; ++pos) {
+    // Only turning points change the lists; the stretches between them are skipped in bulk.
+    for (int64_t pos = rtm::kernels::nextTurn(data, first, stop); pos < stop;
+         pos = rtm::kernels::nextTurn(data, pos + 1, stop)) {
         const int i = static_cast<int>(pos);
         const int32_t x = data[i];
         const int32_t p = data[i - 1];

@@ -8,6 +8,7 @@
 #include <functional>
 
 #include "common/exact_math.h"
+#include "common/kernels.h"
 #include "heart/ring.h"
 #include "rtmonitor/CBeatMeasure.h"
 
@@ -158,14 +159,18 @@ int CBeatMeasure::xValue(int, int i) {
     const int slot = slotAt(i);
     const int* f = nFilteredRing[leadRow(nLeadIndex)];
     const int p = ringAt(stCandidateRing[slot].nPosition);
-    int hi = f[p];
-    int lo = f[p];
-    for (int k = -kAmplitudeHalfSpan; k < kAmplitudeHalfSpan; ++k) {
-        const int v = f[ringAt(p, k)];
-        hi = std::max(hi, v);
-        lo = std::min(lo, v);
+    // Extremes over p - 150 .. p + 149 round the ring (p itself is inside), as one or two
+    // straight runs of the ring.
+    const int from = ringAt(p, -kAmplitudeHalfSpan);
+    const int span = 2 * kAmplitudeHalfSpan;
+    const int first = std::min(span, rtm::heart::kRingLength - from);
+    rtm::kernels::RangeStats r = rtm::kernels::rangeStats(f + from, first);
+    if (first < span) {
+        const rtm::kernels::RangeStats wrapped = rtm::kernels::rangeStats(f, span - first);
+        r.mx = std::max(r.mx, wrapped.mx);
+        r.mn = std::min(r.mn, wrapped.mn);
     }
-    nBeatAmplitude[slot] = wrapSub32(hi, lo);
+    nBeatAmplitude[slot] = wrapSub32(r.mx, r.mn);
 
     int sumA = 0;
     int sumRR = 0;

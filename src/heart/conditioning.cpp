@@ -4,9 +4,12 @@
 // on an offset of 512. All arithmetic is 32-bit and wraps; divisions truncate toward zero.
 #include <algorithm>
 #include <array>
+#include <cstring>
+#include <limits>
 #include <vector>
 
 #include "common/exact_math.h"
+#include "common/kernels.h"
 #include "heart/ring.h"
 #include "rtmonitor/CBeatMeasure.h"
 
@@ -29,11 +32,52 @@ constexpr int kWarmupDone = 400;
 // Low-pass taps by lag from the newest sample; symmetric about lag 14, sum 10615 (gain 1.0615
 // at zero frequency), 14 samples (70 ms) of delay. Divided by 10000.
 constexpr int kLowPassTaps = CBeatMeasure::kLowPassTaps;
-constexpr int kLowPassCentre = 14;
 static constexpr int kLowPassCoefficients[kLowPassTaps] = {
     -112, 173,  269, -136, 74,    183,  -314, 184, 214, -579, 503, 242, -1466, 2613, 6919,
     2613, -1466, 242, 503,  -579, 214,  184,  -314, 183, 74,   -136, 269, 173,  -112};
 constexpr int kLowPassDivisor = 10000;
+
+// The coefficients laid out so that one contiguous slice lines up with the ring as stored:
+// entry 28 - pos + j multiplies nLowPassRing[j] when the newest sample sits at pos.
+struct RingAlignedTaps {
+    uint32_t c[2 * kLowPassTaps - 1];
+    constexpr RingAlignedTaps() : c() {
+        for (int t = 0; t < 2 * kLowPassTaps - 1; ++t) {
+            // Slot j = t - (28 - pos) holds the sample of lag pos - j (mod 29).
+            const int lag = ((kLowPassTaps - 1 - t) % kLowPassTaps + kLowPassTaps) % kLowPassTaps;
+            c[t] = static_cast<uint32_t>(kLowPassCoefficients[lag]);
+        }
+    }
+};
+constexpr RingAlignedTaps kRingAlignedTaps;
+
+// The median ring changes by one sample per call, so the sorted copy of the previous call is
+// kept and updated by one removal and one insertion instead of a selection over 51 values.
+// The copy is checked against the ring on every call and rebuilt whenever anything else changed
+// it (a reset, another device's ring), so the value is always that of a full sort. Per thread,
+// so analysers driven from different threads never share it.
+static_assert(CBeatMeasure::kMedianLength <= rtm::kernels::kSortedValues, "the median window fits the kernel");
+struct SortedWindow {
+    int window[CBeatMeasure::kMedianLength];  // the ring as last seen, in ring order
+    int sorted[rtm::kernels::kSortedSlots];   // the same values ascending, then INT32_MAX
+    bool filled = false;
+};
+thread_local SortedWindow tSortedWindow;
+
+// Median of `ring` (kMedianLength values) in which only slot `slot` may have changed since the
+// previous call.
+int slidingMedian(const int* ring, int slot) {
+    constexpr int n = CBeatMeasure::kMedianLength;
+    SortedWindow& w = tSortedWindow;
+    if (!w.filled || !rtm::kernels::slideWindow(w.window, w.sorted, ring, n, slot)) {
+        std::memcpy(w.window, ring, sizeof w.window);
+        std::memcpy(w.sorted, ring, sizeof w.window);
+        std::sort(w.sorted, w.sorted + n);
+        std::fill(w.sorted + n, w.sorted + rtm::kernels::kSortedSlots, std::numeric_limits<int>::max());
+        w.filled = true;
+    }
+    return w.sorted[kMedianIndex];
+}
 
 }  // namespace
 
@@ -70,18 +114,14 @@ int CBeatMeasure::LowFilterHeart(int x) {
     if (pos < 0 || pos >= kLowPassTaps) pos = rtm::heart::wrapModulo(pos, kLowPassTaps);
     nLowPassRing[pos] = x;
 
-    auto lag = [&](int l) { return nLowPassRing[rtm::heart::wrapModulo(pos - l, kLowPassTaps)]; };
-    // Wrapping sums and products are associative modulo 2^32, so pairing the symmetric taps
-    // gives the same word as summing the 29 products one by one.
-    int sum = 0;
-    for (int l = 0; l < kLowPassCentre; ++l) {
-        const int pair = wrapAdd32(lag(l), lag(kLowPassTaps - 1 - l));
-        sum = wrapAdd32(sum, wrapMul32(pair, kLowPassCoefficients[l]));
-    }
-    sum = wrapAdd32(sum, wrapMul32(lag(kLowPassCentre), kLowPassCoefficients[kLowPassCentre]));
+    // Wrapping sums and products are associative and commutative modulo 2^32, so taking the
+    // ring in storage order against a matching slice of the taps gives the same word as summing
+    // the products lag by lag.
+    const uint32_t* taps = kRingAlignedTaps.c + (kLowPassTaps - 1 - pos);
+    const uint32_t sum = rtm::kernels::dot(nLowPassRing, taps, kLowPassTaps);
 
     nLowPassPos = (pos + 1 == kLowPassTaps) ? 0 : pos + 1;
-    return truncDiv32(sum, kLowPassDivisor);
+    return truncDiv32(static_cast<int32_t>(sum), kLowPassDivisor);
 }
 
 int CBeatMeasure::GetWavePeak(int* data, int count) {
@@ -105,7 +145,8 @@ int CBeatMeasure::Processingheartdata(int, int nSample, int* pOut) {
     const int delayed = (p >= 25) ? nMedianRing[p - 25] : nMedianRing[p + 26];
     nMedianRingPos = (p + 1 == kMedianLength) ? 0 : p + 1;
 
-    const int b = BaseFilter(wrapSub32(delayed, medfilt1(nMedianRing, kMedianLength, kMedianLength)));
+    // medfilt1 over the ring, without re-selecting from scratch.
+    const int b = BaseFilter(wrapSub32(delayed, slidingMedian(nMedianRing, p)));
 
     nSmoothHist[0] = nSmoothHist[1];
     nSmoothHist[1] = nSmoothHist[2];

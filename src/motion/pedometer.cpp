@@ -13,6 +13,24 @@ constexpr int kLowPassTaps = 12;
 // Symmetric; only the first half is read. Sum 34120, so the DC gain is 34120/32768.
 constexpr int64_t CoefLP[kLowPassTaps] = {192, 787, 1888, 3412, 4915, 5866,
                                           5866, 4915, 3412, 1888, 787, 192};
+
+// For each write position p, the slots of the samples k and 11 - k steps back (k = 0..5).
+struct PairSlots {
+    unsigned char newer[kLowPassTaps / 2];
+    unsigned char older[kLowPassTaps / 2];
+};
+struct PairSlotTable {
+    PairSlots of[kLowPassTaps];
+    constexpr PairSlotTable() : of() {
+        for (int p = 0; p < kLowPassTaps; ++p) {
+            for (int k = 0; k < kLowPassTaps / 2; ++k) {
+                of[p].newer[k] = static_cast<unsigned char>((p - k + kLowPassTaps) % kLowPassTaps);
+                of[p].older[k] = static_cast<unsigned char>((p - (kLowPassTaps - 1 - k) + kLowPassTaps) % kLowPassTaps);
+            }
+        }
+    }
+};
+constexpr PairSlotTable kPairSlots;
 }  // namespace
 
 CPedometerPro::CPedometerPro() {}
@@ -45,13 +63,15 @@ int CPedometerPro::nBaseFilter(int x, int c) {
 
 int CPedometerPro::nLPFilter(int x, int c) {
     const int p = nLPIndex[c];
+    const int* ring = nLPBuf[c];
     nLPBuf[c][p] = x;
-    // Sample k steps back sits at slot (p - k) mod 12.
-    auto back = [&](int k) { return nLPBuf[c][(p - k + kLowPassTaps) % kLowPassTaps]; };
+    // Sample k steps back sits at slot (p - k) mod 12; the slots of each pair (k, 11 - k) come
+    // from a table per write position instead of two modulos per tap.
+    const PairSlots& slots = kPairSlots.of[p];
     int64_t sum = 0;
     for (int k = 0; k < kLowPassTaps / 2; ++k) {
         // Each pair is added as 32-bit integers before the 64-bit product.
-        const int32_t pair = rtm::wrapAdd32(back(k), back(kLowPassTaps - 1 - k));
+        const int32_t pair = rtm::wrapAdd32(ring[slots.newer[k]], ring[slots.older[k]]);
         sum += CoefLP[k] * pair;
     }
     nLPIndex[c] = (p + 1 == kLowPassTaps) ? 0 : p + 1;

@@ -6,6 +6,10 @@
 
 #include "rtmonitor/CPosture.h"
 
+namespace {
+constexpr int kStackSamples = 64;
+}  // namespace
+
 CPosture::CPosture() {}
 CPosture::~CPosture() {}
 
@@ -61,22 +65,38 @@ double CPosture::getMeanValue(double* in, int n) {
 }
 
 int CPosture::getPosture(int* x, int* y, int* z, int n) {
-    // new[] of a negative count raises std::bad_array_new_length, as callers expect.
-    auto alloc = [n] { return std::unique_ptr<double[]>(new double[n]()); };
-    auto gx = alloc(), gy = alloc(), gz = alloc(), svm = alloc();
-    auto sx = alloc(), sy = alloc(), sz = alloc(), ssvm = alloc();
+    // A frame's samples fit the stack. Other counts go to the heap, where new[] of a negative
+    // count raises std::bad_array_new_length, as callers expect.
+    double onStack[8][kStackSamples];
+    std::unique_ptr<double[]> onHeap;
+    double* work = &onStack[0][0];
+    int stride = kStackSamples;
+    if (n < 0) onHeap.reset(new double[n]);
+    if (n > kStackSamples) {
+        onHeap.reset(new double[static_cast<std::size_t>(n) * 8]());
+        work = onHeap.get();
+        stride = n;
+    }
+    double* gx = work;
+    double* gy = work + stride;
+    double* gz = work + 2 * stride;
+    double* svm = work + 3 * stride;
+    double* sx = work + 4 * stride;
+    double* sy = work + 5 * stride;
+    double* sz = work + 6 * stride;
+    double* ssvm = work + 7 * stride;
 
-    convertUnits(x, n, gx.get(), true);  // first axis counts by absolute value
-    convertUnits(y, n, gy.get(), false);
-    convertUnits(z, n, gz.get(), false);
-    calSVM(gx.get(), gy.get(), gz.get(), svm.get(), n);
-    slide_window_smooth(svm.get(), n, ssvm.get(), 3);
-    slide_window_smooth(gx.get(), n, sx.get(), 3);
-    slide_window_smooth(gy.get(), n, sy.get(), 3);
-    slide_window_smooth(gz.get(), n, sz.get(), 3);
-    const double meanX = getMeanValue(sx.get(), n);
-    const double meanY = getMeanValue(sy.get(), n);
-    const double meanZ = getMeanValue(sz.get(), n);
+    convertUnits(x, n, gx, true);  // first axis counts by absolute value
+    convertUnits(y, n, gy, false);
+    convertUnits(z, n, gz, false);
+    calSVM(gx, gy, gz, svm, n);
+    slide_window_smooth(svm, n, ssvm, 3);
+    slide_window_smooth(gx, n, sx, 3);
+    slide_window_smooth(gy, n, sy, 3);
+    slide_window_smooth(gz, n, sz, 3);
+    const double meanX = getMeanValue(sx, n);
+    const double meanY = getMeanValue(sy, n);
+    const double meanZ = getMeanValue(sz, n);
 
     if (n > 1) {
         double change = 0.0;

@@ -9,6 +9,8 @@
 
 namespace {
 
+constexpr int kStackSamples = 64;
+
 // The logistic squashing behind DataSugnal, shared by the registry and the handles.
 bool squashMagnitudes(int* in, int* out, int n, double scale, double amplitude) {
     if (n <= 0 || in == nullptr || out == nullptr) return false;
@@ -41,18 +43,25 @@ namespace rtm {
 void movementStage(CPedometerPro& filter, const int* x, const int* y, const int* z, int* movement,
                    int n) {
     if (n <= 0) return;
-    std::vector<int> magnitudes;
+    // A frame's 25 samples fit the stack; longer calls fall back to the heap.
+    int onStack[kStackSamples];
+    std::vector<int> onHeap;
+    int* magnitudes = onStack;
+    if (n > kStackSamples) {
+        onHeap.resize(static_cast<std::size_t>(n));
+        magnitudes = onHeap.data();
+    }
     for (int i = 0; i < n; ++i) {
         int m = 0;
         filter.nCountStepNum(x[i], y[i], z[i], m);
-        magnitudes.push_back(m);
+        magnitudes[i] = m;
     }
     // A count of 1 on purpose: only the frame's first magnitude is squashed; hosts read the
     // others as raw magnitude minus 1000.
-    squashMagnitudes(magnitudes.data(), magnitudes.data(), 1, 300.0, 2000.0);
+    squashMagnitudes(magnitudes, magnitudes, 1, 300.0, 2000.0);
 
     for (int i = 0; i < n; ++i) {
-        const float v = static_cast<float>(magnitudes[static_cast<std::size_t>(i)]) - 1000.0f;
+        const float v = static_cast<float>(magnitudes[i]) - 1000.0f;
         // Compared before conversion so huge magnitudes clamp instead of overflowing.
         if (v < 1.0f) {
             movement[i] = 1;
