@@ -33,9 +33,13 @@ int usageError(const std::string& command, const std::string& error, const char*
 extern const char* const kDemoUsage;
 extern const char* const kSynthUsage;
 extern const char* const kReplayUsage;
+extern const char* const kPublishUsage;
+extern const char* const kSubscribeUsage;
 
 int runDemo(const std::vector<std::string>& args);
 int runSynth(const std::vector<std::string>& args);
 int runReplay(const std::vector<std::string>& args);
+int runPublish(const std::vector<std::string>& args);    // publish.cpp
+int runSubscribe(const std::vector<std::string>& args);  // publish.cpp
 
 }  // namespace rtmtool

@@ -58,6 +58,8 @@ const char* const kMainUsage =
     "  demo     run a synthetic recording through the library and compare with its truth\n"
     "  synth    write a synthetic recording as a frame file\n"
     "  replay   analyse a frame file into per-frame CSV and an optional HTML report\n"
+    "  publish  send a frame file to the worker service (rtmonitor-serve) over NATS\n"
+    "  subscribe  print the worker service's results as they come\n"
     "\n"
     "`rtmonitor COMMAND --help` describes each command. Exit status: 0 success, 1 input error,\n"
     "2 usage error.\n";
@@ -142,6 +144,8 @@ int main(int argc, char** argv) {
     if (command == "demo") return runDemo(args);
     if (command == "synth") return runSynth(args);
     if (command == "replay") return runReplay(args);
+    if (command == "publish") return runPublish(args);
+    if (command == "subscribe") return runSubscribe(args);
     std::fprintf(stderr, "rtmonitor: unknown command '%s'\n\n%s", command.c_str(), kMainUsage);
     return kExitUsage;
 }

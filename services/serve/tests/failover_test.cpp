@@ -1,0 +1,236 @@
+// The worker service end to end against a private nats-server: 200 devices x 120 frames through
+// two workers while one of them is killed (SIGKILL) or the server restarts. Every device's
+// results, read back from the results stream, must equal frame for frame a replay of the same
+// frames through one handle, with no frame missing and none twice.
+#include <gtest/gtest.h>
+
+#include <map>
+#include <set>
+
+#include "broker.h"
+#include "frame_file.h"
+#include "nats_harness.h"
+#include "synth.h"
+#include "wire.h"
+
+namespace {
+
+using namespace servetest;
+namespace fs = std::filesystem;
+
+constexpr int kDevices = 200;
+constexpr int kSeconds = 120;
+constexpr int kPartitions = 8;
+constexpr uint64_t kFrames = static_cast<uint64_t>(kDevices) * kSeconds;
+
+// Frames interleaved second by second, device ids 1..200, each device its own seed; and the
+// reference: every device's outputs from one uninterrupted handle.
+struct Workload {
+    std::vector<ParamsIn> frames;
+    std::map<int32_t, std::vector<ParamsOut>> expected;
+};
+
+const Workload& workload() {
+    static const Workload w = [] {
+        Workload r;
+        std::vector<std::vector<ParamsIn>> perDevice;
+        for (int d = 1; d <= kDevices; ++d) {
+            rtmtool::SynthOptions o;
+            o.seconds = kSeconds;
+            o.seed = static_cast<uint32_t>(d);
+            o.deviceId = d;
+            perDevice.push_back(rtmtool::synthesize(o).frames);
+        }
+        for (int s = 0; s < kSeconds; ++s)
+            for (const auto& dev : perDevice) r.frames.push_back(dev[static_cast<size_t>(s)]);
+        for (const auto& dev : perDevice) {
+            rtm_device* h = rtm_device_create();
+            auto& out = r.expected[dev[0].nDeviceId];
+            for (const ParamsIn& f : dev) {
+                ParamsOut o;
+                rtm_device_process(h, &f, &o);
+                out.push_back(o);
+            }
+            rtm_device_destroy(h);
+        }
+        return r;
+    }();
+    return w;
+}
+
+class ServeTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        if (findNatsServer().empty()) GTEST_SKIP() << "nats-server is not installed; skipping the worker service tests";
+        char tmpl[] = "/tmp/rtm_serve_test_XXXXXX";
+        ASSERT_NE(mkdtemp(tmpl), nullptr);
+        dir_ = tmpl;
+        server_ = std::make_unique<NatsServer>(dir_, kPartitions);
+        ASSERT_TRUE(server_->start()) << server_->log();
+        Child setup;
+        ASSERT_TRUE(setup.start({bin("rtmonitor-serve"), "--setup", "--server", server_->url(), "--partitions",
+                                 std::to_string(kPartitions)},
+                                path("setup.log")));
+        ASSERT_EQ(setup.wait(), 0) << readText(path("setup.log"));
+        std::string error;
+        ASSERT_TRUE(rtmtool::writeFrameFile(path("load.frames"), workload().frames, error)) << error;
+        ASSERT_TRUE(broker_.connect(server_->url(), "test"));
+        int partitions = 0;
+        ASSERT_TRUE(broker_.check(partitions)) << broker_.error();
+    }
+    void TearDown() override {
+        for (auto& w : workers_) w->kill(SIGKILL);
+        server_.reset();
+        // RTM_SERVE_KEEP=1 keeps the server's and workers' logs of a passing run too.
+        if (!::testing::Test::HasFailure() && std::getenv("RTM_SERVE_KEEP") == nullptr) {
+            std::error_code ec;
+            fs::remove_all(dir_, ec);
+        } else if (!dir_.empty()) {
+            std::printf("logs kept in %s\n", dir_.c_str());
+        }
+    }
+
+    std::string path(const std::string& name) const { return (dir_ / name).string(); }
+    static std::string bin(const std::string& name) { return std::string(RTM_BINARY_DIR) + "/" + name; }
+
+    Child& startWorker(const std::string& name) {
+        workers_.push_back(std::make_unique<Child>());
+        EXPECT_TRUE(workers_.back()->start({bin("rtmonitor-serve"), "--server", server_->url(), "--name", name,
+                                            "--snapshot-every", "0.5", "--lease-ttl", "2", "--log-every", "1"},
+                                           path(name + ".log")));
+        return *workers_.back();
+    }
+
+    // Owner of every partition lease, "" for none.
+    std::vector<std::string> leaseOwners() {
+        std::vector<std::string> owners(kPartitions);
+        for (int p = 0; p < kPartitions; ++p) {
+            kvEntry* e = nullptr;
+            if (kvStore_Get(&e, broker_.leases(), rtmserve::leaseKey(p).c_str()) != NATS_OK) continue;
+            const std::string v(static_cast<const char*>(kvEntry_Value(e)), static_cast<size_t>(kvEntry_ValueLen(e)));
+            owners[static_cast<size_t>(p)] = v.substr(0, v.find(' '));
+            kvEntry_Destroy(e);
+        }
+        return owners;
+    }
+
+    // Waits until the two workers hold every partition between them.
+    bool waitBalanced(const std::string& a, const std::string& b) {
+        for (int i = 0; i < 400; ++i) {
+            const auto owners = leaseOwners();
+            const size_t na = static_cast<size_t>(std::count(owners.begin(), owners.end(), a));
+            const size_t nb = static_cast<size_t>(std::count(owners.begin(), owners.end(), b));
+            if (na > 0 && nb > 0 && na + nb == owners.size()) return true;
+            std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        }
+        return false;
+    }
+
+    uint64_t results() {
+        jsStreamInfo* si = nullptr;
+        if (js_GetStreamInfo(&si, broker_.js(), rtmserve::kResultsStream, nullptr, nullptr) != NATS_OK) return 0;
+        const uint64_t n = si->State.Msgs;
+        jsStreamInfo_Destroy(si);
+        return n;
+    }
+
+    bool waitResults(uint64_t atLeast, int seconds) {
+        const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(seconds);
+        while (std::chrono::steady_clock::now() < end) {
+            if (results() >= atLeast) return true;
+            std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        }
+        return false;
+    }
+
+    // Reads the whole results stream and compares it with the reference, device by device.
+    void checkResults() {
+        ASSERT_EQ(results(), kFrames);
+        jsSubOptions so;
+        jsSubOptions_Init(&so);
+        so.Stream = rtmserve::kResultsStream;
+        so.Config.AckPolicy = js_AckNone;
+        natsSubscription* sub = nullptr;
+        ASSERT_EQ(js_PullSubscribe(&sub, broker_.js(), "rtm.vitals.*", "check", nullptr, &so, nullptr), NATS_OK);
+        std::map<int32_t, std::set<int32_t>> seen;
+        uint64_t read = 0, mismatches = 0, twice = 0;
+        std::string firstMismatch;
+        while (read < kFrames) {
+            natsMsgList list = {nullptr, 0};
+            if (natsSubscription_Fetch(&list, sub, 1000, 2000, nullptr) != NATS_OK) break;
+            for (int i = 0; i < list.Count; ++i) {
+                natsMsg* m = list.Msgs[i];
+                ++read;
+                int32_t id = 0;
+                const char* seqText = nullptr;
+                ASSERT_TRUE(rtmserve::deviceFromSubject(natsMsg_GetSubject(m), id));
+                ASSERT_EQ(natsMsgHeader_Get(m, rtmserve::kHeaderFrameSeq, &seqText), NATS_OK);
+                const int32_t seq = std::atoi(seqText);
+                ASSERT_EQ(natsMsg_GetDataLength(m), static_cast<int>(sizeof(ParamsOut)));
+                const auto& exp = workload().expected;
+                ASSERT_TRUE(exp.count(id) && seq >= 0 && seq < kSeconds) << id << " " << seq;
+                if (!seen[id].insert(seq).second) ++twice;
+                const ParamsOut got = rtmserve::decodeResult(reinterpret_cast<const unsigned char*>(natsMsg_GetData(m)));
+                if (std::memcmp(&got, &exp.at(id)[static_cast<size_t>(seq)], sizeof got) != 0) {
+                    if (mismatches++ == 0)
+                        firstMismatch = "device " + std::to_string(id) + " frame " + std::to_string(seq);
+                }
+            }
+            natsMsgList_Destroy(&list);
+        }
+        natsSubscription_Destroy(sub);
+        EXPECT_EQ(read, kFrames);
+        EXPECT_EQ(twice, 0u);
+        EXPECT_EQ(mismatches, 0u) << "first differing result: " << firstMismatch;
+        EXPECT_EQ(seen.size(), static_cast<size_t>(kDevices));
+        for (const auto& d : seen) EXPECT_EQ(d.second.size(), static_cast<size_t>(kSeconds)) << "device " << d.first;
+    }
+
+    Child& publish() {
+        publisher_ = std::make_unique<Child>();
+        EXPECT_TRUE(publisher_->start(
+            {bin("rtmonitor"), "publish", path("load.frames"), "--rate", "max", "--server", server_->url()},
+            path("publish.log")));
+        return *publisher_;
+    }
+
+    fs::path dir_;
+    std::unique_ptr<NatsServer> server_;
+    rtmserve::Broker broker_;
+    std::vector<std::unique_ptr<Child>> workers_;
+    std::unique_ptr<Child> publisher_;
+};
+
+TEST_F(ServeTest, SurvivorTakesOverTheKilledWorkersPartitionsWithoutGapOrRepeat) {
+    Child& a = startWorker("a");
+    startWorker("b");
+    ASSERT_TRUE(waitBalanced("a", "b")) << readText(path("a.log")) << readText(path("b.log"));
+    publish();
+    ASSERT_TRUE(waitResults(kFrames / 3, 60));
+    const uint64_t atKill = results();
+    a.kill(SIGKILL);
+    ASSERT_LT(atKill, kFrames) << "the stream was finished before the kill; nothing was taken over";
+    EXPECT_EQ(publisher_->wait(), 0) << readText(path("publish.log"));
+    ASSERT_TRUE(waitResults(kFrames, 60)) << results() << " of " << kFrames << "\n" << readText(path("b.log"));
+    const auto owners = leaseOwners();
+    EXPECT_EQ(std::count(owners.begin(), owners.end(), "b"), kPartitions) << "b did not take every partition";
+    checkResults();
+}
+
+TEST_F(ServeTest, ServerRestartMidStreamLosesAndRepeatsNothing) {
+    startWorker("a");
+    startWorker("b");
+    ASSERT_TRUE(waitBalanced("a", "b")) << readText(path("a.log")) << readText(path("b.log"));
+    publish();
+    ASSERT_TRUE(waitResults(kFrames / 3, 60));
+    server_->stop();
+    std::this_thread::sleep_for(std::chrono::milliseconds(500));
+    ASSERT_TRUE(server_->start()) << server_->log();
+    EXPECT_EQ(publisher_->wait(), 0) << readText(path("publish.log"));
+    ASSERT_TRUE(waitResults(kFrames, 60)) << results() << " of " << kFrames << "\n"
+                                          << readText(path("a.log")) << readText(path("b.log"));
+    checkResults();
+    for (auto& w : workers_) EXPECT_TRUE(w->running()) << "a worker gave up while the server was away";
+}
+
+}  // namespace
