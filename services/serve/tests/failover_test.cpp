@@ -16,7 +16,6 @@
 namespace {
 
 using namespace servetest;
-namespace fs = std::filesystem;
 
 constexpr int kDevices = 200;
 constexpr int kSeconds = 120;
@@ -58,20 +57,17 @@ const Workload& workload() {
     return w;
 }
 
-class ServeTest : public ::testing::Test {
+class ServeTest : public ServerTest {
 protected:
     void SetUp() override {
-        if (findNatsServer().empty()) GTEST_SKIP() << "nats-server is not installed; skipping the worker service tests";
-        char tmpl[] = "/tmp/rtm_serve_test_XXXXXX";
-        ASSERT_NE(mkdtemp(tmpl), nullptr);
-        dir_ = tmpl;
-        server_ = std::make_unique<NatsServer>(dir_, kPartitions);
-        ASSERT_TRUE(server_->start()) << server_->log();
-        Child setup;
-        ASSERT_TRUE(setup.start({bin("rtmonitor-serve"), "--setup", "--server", server_->url(), "--partitions",
-                                 std::to_string(kPartitions)},
-                                path("setup.log")));
-        ASSERT_EQ(setup.wait(), 0) << readText(path("setup.log"));
+        ServerTest::SetUp();
+        if (IsSkipped() || HasFatalFailure()) return;
+        startServer(kPartitions);
+        ASSERT_EQ(run({bin("rtmonitor-serve"), "--setup", "--server", server_->url(), "--partitions",
+                       std::to_string(kPartitions)},
+                      "setup.log"),
+                  0)
+            << readText(path("setup.log"));
         std::string error;
         ASSERT_TRUE(rtmtool::writeFrameFile(path("load.frames"), workload().frames, error)) << error;
         ASSERT_TRUE(broker_.connect(server_->url(), "test"));
@@ -80,18 +76,8 @@ protected:
     }
     void TearDown() override {
         for (auto& w : workers_) w->kill(SIGKILL);
-        server_.reset();
-        // RTM_SERVE_KEEP=1 keeps the server's and workers' logs of a passing run too.
-        if (!::testing::Test::HasFailure() && std::getenv("RTM_SERVE_KEEP") == nullptr) {
-            std::error_code ec;
-            fs::remove_all(dir_, ec);
-        } else if (!dir_.empty()) {
-            std::printf("logs kept in %s\n", dir_.c_str());
-        }
+        ServerTest::TearDown();
     }
-
-    std::string path(const std::string& name) const { return (dir_ / name).string(); }
-    static std::string bin(const std::string& name) { return std::string(RTM_BINARY_DIR) + "/" + name; }
 
     Child& startWorker(const std::string& name) {
         workers_.push_back(std::make_unique<Child>());
@@ -194,8 +180,6 @@ protected:
         return *publisher_;
     }
 
-    fs::path dir_;
-    std::unique_ptr<NatsServer> server_;
     rtmserve::Broker broker_;
     std::vector<std::unique_ptr<Child>> workers_;
     std::unique_ptr<Child> publisher_;

@@ -16,10 +16,13 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <memory>
 #include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
+
+#include <gtest/gtest.h>
 
 namespace servetest {
 
@@ -102,12 +105,14 @@ private:
 
 class NatsServer {
 public:
+    // partitions == 0: no subject mapping, as on a server set up without the guide.
     NatsServer(const std::filesystem::path& dir, int partitions) : dir_(dir), port_(freeLoopbackPort()) {
         std::ofstream conf(dir_ / "nats.conf");
         conf << "listen: 127.0.0.1:" << port_ << "\n"
-             << "jetstream { store_dir: \"" << (dir_ / "store").string() << "\" }\n"
-             << "mappings: { \"rtm.frames.*\": \"rtm.part.{{partition(" << partitions
-             << ",1)}}.{{wildcard(1)}}\" }\n";
+             << "jetstream { store_dir: \"" << (dir_ / "store").string() << "\" }\n";
+        if (partitions > 0)
+            conf << "mappings: { \"rtm.frames.*\": \"rtm.part.{{partition(" << partitions
+                 << ",1)}}.{{wildcard(1)}}\" }\n";
     }
     bool start() {
         const size_t before = readyLines();
@@ -135,6 +140,45 @@ private:
     std::filesystem::path dir_;
     int port_;
     Child process_;
+};
+
+// A scratch folder and a server per test; the folder (with every log) is kept when a test fails.
+class ServerTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        if (findNatsServer().empty()) GTEST_SKIP() << "nats-server is not installed; skipping the worker service tests";
+        char tmpl[] = "/tmp/rtm_serve_test_XXXXXX";
+        ASSERT_NE(mkdtemp(tmpl), nullptr);
+        dir_ = tmpl;
+    }
+    void TearDown() override {
+        server_.reset();
+        if (dir_.empty()) return;
+        // RTM_SERVE_KEEP=1 keeps the logs of a passing run too.
+        if (!HasFailure() && std::getenv("RTM_SERVE_KEEP") == nullptr) {
+            std::error_code ec;
+            std::filesystem::remove_all(dir_, ec);
+        } else {
+            std::printf("logs kept in %s\n", dir_.c_str());
+        }
+    }
+
+    void startServer(int partitions) {
+        server_ = std::make_unique<NatsServer>(dir_, partitions);
+        ASSERT_TRUE(server_->start()) << server_->log();
+    }
+    std::string path(const std::string& name) const { return (dir_ / name).string(); }
+    static std::string bin(const std::string& name) { return std::string(RTM_BINARY_DIR) + "/" + name; }
+
+    // Runs a program to its end; its exit status (-1 when killed), output in `log`.
+    int run(const std::vector<std::string>& argv, const std::string& log) {
+        Child c;
+        if (!c.start(argv, path(log))) return -1;
+        return c.wait();
+    }
+
+    std::filesystem::path dir_;
+    std::unique_ptr<NatsServer> server_;
 };
 
 }  // namespace servetest
