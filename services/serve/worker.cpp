@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cinttypes>
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -80,7 +81,7 @@ int Worker::run(const std::atomic<bool>& stop) {
     stop_ = &stop;
     const auto every = [](double s) { return std::chrono::microseconds(static_cast<int64_t>(s * 1e6)); };
     auto now = Clock::now();
-    auto nextLease = now, nextSnapshot = now + every(opt_.snapshotEvery), nextLog = now + every(opt_.logEvery);
+    auto nextLease = now, nextLog = now + every(opt_.logEvery);
     auto lastLog = now;
     std::printf("rtmonitor-serve %s: started, %d partitions in the stream\n", opt_.name.c_str(), partitions_);
     std::fflush(stdout);
@@ -99,15 +100,16 @@ int Worker::run(const std::atomic<bool>& stop) {
             }
             poll(owned_[p]);
         }
+        // Each partition has its own phase in the period, so the snapshot writes (75 kB per device)
+        // come in small pieces instead of stalling every partition at once.
         now = Clock::now();
-        if (now >= nextSnapshot) {
-            mine.clear();
-            for (const auto& kv : owned_) mine.push_back(kv.first);
-            for (int p : mine) {
-                const Outcome o = snapshotRound(owned_[p]);
-                if (o == Outcome::Lost) drop(p, "its snapshots were written by another worker");
-            }
-            nextSnapshot = Clock::now() + every(opt_.snapshotEvery);
+        mine.clear();
+        for (const auto& kv : owned_)
+            if (now >= kv.second.nextSnapshot) mine.push_back(kv.first);
+        for (int p : mine) {
+            owned_[p].nextSnapshot += every(opt_.snapshotEvery);
+            if (owned_[p].nextSnapshot < now) owned_[p].nextSnapshot = now + every(opt_.snapshotEvery);
+            if (snapshotRound(owned_[p]) == Outcome::Lost) drop(p, "its snapshots were written by another worker");
         }
         if (now >= nextLog) {
             logProgress(std::chrono::duration<double>(now - lastLog).count());
@@ -213,6 +215,8 @@ bool Worker::tryAcquire(int p) {
     part.leaseRev = rev;
     part.validUntil = at + std::chrono::microseconds(static_cast<int64_t>(opt_.leaseTtl * 0.75e6));
     part.ackedSeq = floor;
+    const double phase = std::fmod((p + 1) * 0.6180339887498949, 1.0);
+    part.nextSnapshot = at + std::chrono::microseconds(static_cast<int64_t>(opt_.snapshotEvery * phase * 1e6));
     if (!openConsumer(part, floor + 1)) {
         owned_.erase(p);
         kvStore_Delete(kv, key.c_str());

@@ -51,6 +51,7 @@ private:
         int index = 0;
         uint64_t leaseRev = 0;
         Clock::time_point validUntil;  // stop touching the partition after this unless renewed
+        Clock::time_point nextSnapshot;
         natsSubscription* sub = nullptr;
         uint64_t ackedSeq = 0;   // every frame up to here is covered by snapshots
         uint64_t lastDseq = 0;   // consumer's delivery count of the last message seen

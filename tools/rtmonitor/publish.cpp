@@ -3,11 +3,15 @@
 // and the service's results back off rtm.vitals.* as one line each. Built with the NATS client
 // when it is installed; without it both commands say how to get it.
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <cinttypes>
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
+#include <cmath>
 #include <map>
+#include <queue>
 #include <thread>
 
 #include "cli.h"
@@ -22,7 +26,7 @@ const char* const kPublishUsage =
     "duplicate window, identified by device and frame sequence, is dropped). Set the service up\n"
     "first (rtmonitor-serve --setup; see docs/serving.md).\n"
     "\n"
-    "  --rate real       one frame per device per second, as devices send them\n"
+    "  --rate real       one frame per device per second, devices spread over the second\n"
     "  --rate max        as fast as the server takes them (default)\n"
     "  --server URL      NATS server (default nats://127.0.0.1:4222)\n"
     "  --copies K        send the recording as K devices per device of the file, 1..100000:\n"
@@ -116,50 +120,85 @@ int runPublish(const std::vector<std::string>& args) {
     std::signal(SIGINT, onInterrupt);
     std::signal(SIGTERM, onInterrupt);
     Progress progress("publishing " + path, reader.size());
-    std::map<int32_t, uint64_t> sent;  // frames so far per device: paces --rate real
     const auto start = std::chrono::steady_clock::now();
     uint64_t frames = 0;
     bool first = true;
-    ParamsIn frame;
-    unsigned char bytes[kFrameBytes];
-    FrameReader::Result r;
-    while (!gInterrupted.load() && (r = reader.next(frame)) == FrameReader::Result::Frame) {
-        if (rate == "real") {
-            const uint64_t k = sent[frame.nDeviceId]++;
-            std::this_thread::sleep_until(start + std::chrono::seconds(k));
-        }
-        for (long long c = 0; c < copies; ++c) {
-            ParamsIn f = frame;
-            f.nDeviceId = static_cast<int32_t>(static_cast<uint32_t>(frame.nDeviceId) + static_cast<uint32_t>(c * 1000000));
-            encodeFrame(f, bytes);
-            const std::string subject = rtmserve::frameSubject(f.nDeviceId);
-            const std::string id = rtmserve::frameMsgId(f.nDeviceId, f.nFrameSeq);
-            if (first) {
-                // The first one waits for the stream's answer, so a missing stream or subject
-                // mapping is reported instead of retried for ever.
-                jsPubOptions po;
-                jsPubOptions_Init(&po);
-                po.MsgId = id.c_str();
-                jsPubAck* ack = nullptr;
-                jsErrCode jerr = static_cast<jsErrCode>(0);
-                const natsStatus s = js_Publish(&ack, broker.js(), subject.c_str(), bytes, kFrameBytes, &po, &jerr);
-                jsPubAck_Destroy(ack);
-                if (s != NATS_OK) {
-                    std::fprintf(stderr,
-                                 "rtmonitor publish: no stream stored %s (%s): check the server's subject mapping "
-                                 "rtm.frames.* -> rtm.part.{{partition(P,1)}}.{{wildcard(1)}} and run "
-                                 "rtmonitor-serve --setup (docs/serving.md)\n",
-                                 subject.c_str(), rtmserve::statusText(s).c_str());
-                    return kExitInput;
-                }
-                first = false;
-            } else if (!broker.publish(subject, bytes, kFrameBytes, id)) {
-                std::fprintf(stderr, "rtmonitor publish: %s\n", broker.error().c_str());
+    // 0: sent; otherwise the exit status to stop with.
+    auto send = [&](const ParamsIn& f) {
+        unsigned char bytes[kFrameBytes];
+        encodeFrame(f, bytes);
+        const std::string subject = rtmserve::frameSubject(f.nDeviceId);
+        const std::string id = rtmserve::frameMsgId(f.nDeviceId, f.nFrameSeq);
+        if (first) {
+            // The first one waits for the stream's answer, so a missing stream or subject
+            // mapping is reported instead of retried for ever.
+            jsPubOptions po;
+            jsPubOptions_Init(&po);
+            po.MsgId = id.c_str();
+            jsPubAck* ack = nullptr;
+            jsErrCode jerr = static_cast<jsErrCode>(0);
+            const natsStatus s = js_Publish(&ack, broker.js(), subject.c_str(), bytes, kFrameBytes, &po, &jerr);
+            jsPubAck_Destroy(ack);
+            if (s != NATS_OK) {
+                std::fprintf(stderr,
+                             "rtmonitor publish: no stream stored %s (%s): check the server's subject mapping "
+                             "rtm.frames.* -> rtm.part.{{partition(P,1)}}.{{wildcard(1)}} and run "
+                             "rtmonitor-serve --setup (docs/serving.md)\n",
+                             subject.c_str(), rtmserve::statusText(s).c_str());
                 return kExitInput;
             }
-            ++frames;
+            first = false;
+        } else if (!broker.publish(subject, bytes, kFrameBytes, id)) {
+            std::fprintf(stderr, "rtmonitor publish: %s\n", broker.error().c_str());
+            return kExitInput;
         }
-        progress.update(reader.offset());
+        ++frames;
+        return kExitOk;
+    };
+
+    // --rate real: frame k of a device goes at second k plus the device's own phase, phases spread
+    // over the second (golden-ratio steps), as independent devices send; frames wait in a queue
+    // ordered by send time, read about a second ahead.
+    using Clock = std::chrono::steady_clock;
+    struct Timed {
+        Clock::time_point at;
+        ParamsIn frame;
+        bool operator<(const Timed& o) const { return at > o.at; }
+    };
+    std::priority_queue<Timed> queue;
+    std::map<int32_t, std::pair<uint64_t, double>> paced;  // per device: frames so far, phase
+    Clock::time_point lastAt = start;
+    FrameReader::Result r = FrameReader::Result::Frame;
+    ParamsIn frame;
+    while (!gInterrupted.load()) {
+        const bool readMore = r == FrameReader::Result::Frame && (queue.empty() || lastAt <= Clock::now() + std::chrono::seconds(1));
+        if (readMore && (r = reader.next(frame)) == FrameReader::Result::Frame) {
+            for (long long c = 0; c < copies; ++c) {
+                ParamsIn f = frame;
+                f.nDeviceId = static_cast<int32_t>(static_cast<uint32_t>(frame.nDeviceId) + static_cast<uint32_t>(c * 1000000));
+                if (rate == "max") {
+                    if (const int status = send(f)) return status;
+                    continue;
+                }
+                auto it = paced.find(f.nDeviceId);
+                if (it == paced.end())
+                    it = paced.emplace(f.nDeviceId, std::make_pair(uint64_t{0}, std::fmod(static_cast<double>(paced.size()) * 0.6180339887498949, 1.0))).first;
+                const double at = static_cast<double>(it->second.first++) + it->second.second;
+                lastAt = start + std::chrono::microseconds(static_cast<int64_t>(at * 1e6));
+                queue.push({lastAt, f});
+            }
+            progress.update(reader.offset());
+            continue;
+        }
+        if (queue.empty()) {
+            if (r != FrameReader::Result::Frame) break;
+            continue;
+        }
+        std::this_thread::sleep_until(queue.top().at);
+        while (!queue.empty() && queue.top().at <= Clock::now()) {
+            if (const int status = send(queue.top().frame)) return status;
+            queue.pop();
+        }
     }
     if (!broker.flush(&gInterrupted)) {
         std::fprintf(stderr, "rtmonitor publish: interrupted; %" PRIu64 " frames sent, the last ones unconfirmed\n",
