@@ -4,12 +4,10 @@
 // frames through one handle, with no frame missing and none twice.
 #include <gtest/gtest.h>
 
-#include <map>
-#include <set>
-
 #include "broker.h"
 #include "frame_file.h"
 #include "nats_harness.h"
+#include "results_check.h"
 #include "synth.h"
 #include "wire.h"
 
@@ -26,7 +24,7 @@ constexpr uint64_t kFrames = static_cast<uint64_t>(kDevices) * kSeconds;
 // reference: every device's outputs from one uninterrupted handle.
 struct Workload {
     std::vector<ParamsIn> frames;
-    std::map<int32_t, std::vector<ParamsOut>> expected;
+    Reference expected;
 };
 
 const Workload& workload() {
@@ -42,16 +40,7 @@ const Workload& workload() {
         }
         for (int s = 0; s < kSeconds; ++s)
             for (const auto& dev : perDevice) r.frames.push_back(dev[static_cast<size_t>(s)]);
-        for (const auto& dev : perDevice) {
-            rtm_device* h = rtm_device_create();
-            auto& out = r.expected[dev[0].nDeviceId];
-            for (const ParamsIn& f : dev) {
-                ParamsOut o;
-                rtm_device_process(h, &f, &o);
-                out.push_back(o);
-            }
-            rtm_device_destroy(h);
-        }
+        r.expected = replayThroughHandles(r.frames);
         return r;
     }();
     return w;
@@ -112,65 +101,8 @@ protected:
         return false;
     }
 
-    uint64_t results() {
-        jsStreamInfo* si = nullptr;
-        if (js_GetStreamInfo(&si, broker_.js(), rtmserve::kResultsStream, nullptr, nullptr) != NATS_OK) return 0;
-        const uint64_t n = si->State.Msgs;
-        jsStreamInfo_Destroy(si);
-        return n;
-    }
-
-    bool waitResults(uint64_t atLeast, int seconds) {
-        const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(seconds);
-        while (std::chrono::steady_clock::now() < end) {
-            if (results() >= atLeast) return true;
-            std::this_thread::sleep_for(std::chrono::milliseconds(20));
-        }
-        return false;
-    }
-
-    // Reads the whole results stream and compares it with the reference, device by device.
-    void checkResults() {
-        ASSERT_EQ(results(), kFrames);
-        jsSubOptions so;
-        jsSubOptions_Init(&so);
-        so.Stream = rtmserve::kResultsStream;
-        so.Config.AckPolicy = js_AckNone;
-        natsSubscription* sub = nullptr;
-        ASSERT_EQ(js_PullSubscribe(&sub, broker_.js(), "rtm.vitals.*", "check", nullptr, &so, nullptr), NATS_OK);
-        std::map<int32_t, std::set<int32_t>> seen;
-        uint64_t read = 0, mismatches = 0, twice = 0;
-        std::string firstMismatch;
-        while (read < kFrames) {
-            natsMsgList list = {nullptr, 0};
-            if (natsSubscription_Fetch(&list, sub, 1000, 2000, nullptr) != NATS_OK) break;
-            for (int i = 0; i < list.Count; ++i) {
-                natsMsg* m = list.Msgs[i];
-                ++read;
-                int32_t id = 0;
-                const char* seqText = nullptr;
-                ASSERT_TRUE(rtmserve::deviceFromSubject(natsMsg_GetSubject(m), id));
-                ASSERT_EQ(natsMsgHeader_Get(m, rtmserve::kHeaderFrameSeq, &seqText), NATS_OK);
-                const int32_t seq = std::atoi(seqText);
-                ASSERT_EQ(natsMsg_GetDataLength(m), static_cast<int>(sizeof(ParamsOut)));
-                const auto& exp = workload().expected;
-                ASSERT_TRUE(exp.count(id) && seq >= 0 && seq < kSeconds) << id << " " << seq;
-                if (!seen[id].insert(seq).second) ++twice;
-                const ParamsOut got = rtmserve::decodeResult(reinterpret_cast<const unsigned char*>(natsMsg_GetData(m)));
-                if (std::memcmp(&got, &exp.at(id)[static_cast<size_t>(seq)], sizeof got) != 0) {
-                    if (mismatches++ == 0)
-                        firstMismatch = "device " + std::to_string(id) + " frame " + std::to_string(seq);
-                }
-            }
-            natsMsgList_Destroy(&list);
-        }
-        natsSubscription_Destroy(sub);
-        EXPECT_EQ(read, kFrames);
-        EXPECT_EQ(twice, 0u);
-        EXPECT_EQ(mismatches, 0u) << "first differing result: " << firstMismatch;
-        EXPECT_EQ(seen.size(), static_cast<size_t>(kDevices));
-        for (const auto& d : seen) EXPECT_EQ(d.second.size(), static_cast<size_t>(kSeconds)) << "device " << d.first;
-    }
+    uint64_t results() { return streamMessages(broker_.js(), rtmserve::kResultsStream); }
+    bool waitResults(uint64_t atLeast, int seconds) { return waitForResults(broker_.js(), atLeast, seconds); }
 
     Child& publish() {
         publisher_ = std::make_unique<Child>();
@@ -198,7 +130,7 @@ TEST_F(ServeTest, SurvivorTakesOverTheKilledWorkersPartitionsWithoutGapOrRepeat)
     ASSERT_TRUE(waitResults(kFrames, 60)) << results() << " of " << kFrames << "\n" << readText(path("b.log"));
     const auto owners = leaseOwners();
     EXPECT_EQ(std::count(owners.begin(), owners.end(), "b"), kPartitions) << "b did not take every partition";
-    checkResults();
+    expectResultsEqual(broker_.js(), workload().expected);
 }
 
 TEST_F(ServeTest, ServerRestartMidStreamLosesAndRepeatsNothing) {
@@ -213,7 +145,7 @@ TEST_F(ServeTest, ServerRestartMidStreamLosesAndRepeatsNothing) {
     EXPECT_EQ(publisher_->wait(), 0) << readText(path("publish.log"));
     ASSERT_TRUE(waitResults(kFrames, 60)) << results() << " of " << kFrames << "\n"
                                           << readText(path("a.log")) << readText(path("b.log"));
-    checkResults();
+    expectResultsEqual(broker_.js(), workload().expected);
     for (auto& w : workers_) EXPECT_TRUE(w->running()) << "a worker gave up while the server was away";
 }
 

@@ -8,6 +8,7 @@
 #include "broker.h"
 #include "frame_file.h"
 #include "nats_harness.h"
+#include "results_check.h"
 #include "synth.h"
 #include "wire.h"
 
@@ -81,17 +82,7 @@ TEST_F(LifecycleTest, SigtermLeavesFinalSnapshotsAndNoLeasesAndTheNextWorkerCont
     ASSERT_TRUE(broker.connect(server_->url(), "test"));
     int partitions = 0;
     ASSERT_TRUE(broker.check(partitions)) << broker.error();
-    auto results = [&] {
-        jsStreamInfo* si = nullptr;
-        uint64_t n = 0;
-        if (js_GetStreamInfo(&si, broker.js(), rtmserve::kResultsStream, nullptr, nullptr) == NATS_OK) n = si->State.Msgs;
-        jsStreamInfo_Destroy(si);
-        return n;
-    };
-    auto waitResults = [&](uint64_t n) {
-        for (int i = 0; i < 1500 && results() < n; ++i) std::this_thread::sleep_for(std::chrono::milliseconds(20));
-        return results() == n;
-    };
+    auto waitResults = [&](uint64_t n) { return waitForResults(broker.js(), n, 30); };
 
     // Snapshot rounds are ten minutes apart: only the final one at SIGTERM can cover the frames.
     Child a;
@@ -127,40 +118,7 @@ TEST_F(LifecycleTest, SigtermLeavesFinalSnapshotsAndNoLeasesAndTheNextWorkerCont
     ASSERT_TRUE(waitResults(kDevices * kTotal)) << readText(path("b.log"));
     EXPECT_EQ(b.kill(SIGTERM), 0);
 
-    std::map<int32_t, std::vector<ParamsOut>> expected;
-    for (int d = 1; d <= kDevices; ++d) {
-        rtm_device* h = rtm_device_create();
-        for (const ParamsIn& f : deviceFrames(d, kSeconds)) {
-            ParamsOut o;
-            rtm_device_process(h, &f, &o);
-            expected[d].push_back(o);
-        }
-        rtm_device_destroy(h);
-    }
-    jsSubOptions so;
-    jsSubOptions_Init(&so);
-    so.Stream = rtmserve::kResultsStream;
-    so.Config.AckPolicy = js_AckNone;
-    natsSubscription* sub = nullptr;
-    ASSERT_EQ(js_PullSubscribe(&sub, broker.js(), "rtm.vitals.*", "check", nullptr, &so, nullptr), NATS_OK);
-    int compared = 0;
-    natsMsgList list = {nullptr, 0};
-    while (compared < kDevices * kTotal && natsSubscription_Fetch(&list, sub, 500, 2000, nullptr) == NATS_OK) {
-        for (int i = 0; i < list.Count; ++i) {
-            int32_t id = 0;
-            const char* seq = nullptr;
-            ASSERT_TRUE(rtmserve::deviceFromSubject(natsMsg_GetSubject(list.Msgs[i]), id));
-            ASSERT_EQ(natsMsgHeader_Get(list.Msgs[i], rtmserve::kHeaderFrameSeq, &seq), NATS_OK);
-            const ParamsOut got =
-                rtmserve::decodeResult(reinterpret_cast<const unsigned char*>(natsMsg_GetData(list.Msgs[i])));
-            EXPECT_EQ(std::memcmp(&got, &expected[id][static_cast<size_t>(std::atoi(seq))], sizeof got), 0)
-                << "device " << id << " frame " << seq;
-            ++compared;
-        }
-        natsMsgList_Destroy(&list);
-    }
-    natsSubscription_Destroy(sub);
-    EXPECT_EQ(compared, kDevices * kTotal);
+    expectResultsEqual(broker.js(), replayThroughHandles(interleaved(0, kSeconds)));
 }
 
 TEST(ServeWire, DeviceIdsRoundTripThroughSubjectsAndRecordsThroughBytes) {
