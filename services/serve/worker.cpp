@@ -121,7 +121,12 @@ int Worker::run(const std::atomic<bool>& stop) {
     // Final snapshots, then the leases go, so a survivor takes over without waiting for them to lapse.
     std::vector<int> mine;
     for (const auto& kv : owned_) mine.push_back(kv.first);
-    for (int p : mine) release(p);
+    for (int p : mine)
+        if (!release(p))
+            std::fprintf(stderr,
+                         "rtmonitor-serve %s: partition %d not released (server unreachable?); its lease lapses "
+                         "after %.1f s and its frames since the last snapshot are analysed again by the next owner\n",
+                         opt_.name.c_str(), p, opt_.leaseTtl);
     kvStore_Delete(broker_.leases(), memberKey(opt_.name).c_str());
     std::printf("rtmonitor-serve %s: stopped\n", opt_.name.c_str());
     std::fflush(stdout);
