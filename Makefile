@@ -1,10 +1,12 @@
 # Thin wrapper round CMake. `make` builds build/librtmonitor.so (and the tool, build/rtmonitor);
-# `make test` builds and runs the whole suite; `make demo` runs the tool's demo.
+# `make test` builds and runs the whole suite; `make demo` builds only the tool and runs its demo;
+# `make install PREFIX=/some/dir` installs (cmake --install; without PREFIX, the configured prefix).
 BUILD ?= build
 JOBS ?= $(shell nproc 2>/dev/null || echo 2)
 CMAKE_ARGS ?=
+PREFIX ?=
 
-.PHONY: all build test demo asan tsan fuzz soak clean check-prereqs
+.PHONY: all build test demo install asan tsan fuzz soak clean check-prereqs
 
 all: build
 
@@ -20,12 +22,19 @@ build: check-prereqs $(BUILD)/CMakeCache.txt
 
 test: check-prereqs
 	@test -f /usr/include/gtest/gtest.h || { echo "error: GoogleTest is missing; install it with: apt-get install libgtest-dev libgmock-dev" >&2; exit 1; }
+	@$(MAKE) --no-print-directory $(BUILD)/CMakeCache.txt
+	@# A build tree configured before GoogleTest was installed has no tests yet: configure again.
+	@test -f $(BUILD)/tests/CTestTestfile.cmake || cmake -S . -B $(BUILD) -DRTMONITOR_TESTS=ON $(CMAKE_ARGS)
 	@$(MAKE) --no-print-directory build
 	cd $(BUILD) && ctest --output-on-failure -j $(JOBS)
 
-demo: build
-	@if [ -x $(BUILD)/rtmonitor ]; then $(BUILD)/rtmonitor demo; \
-	else echo "The rtmonitor tool is not built yet; see README.md for using the library directly."; fi
+# Only the tool and the library it links are built; GoogleTest is not needed.
+demo: check-prereqs $(BUILD)/CMakeCache.txt
+	cmake --build $(BUILD) -j $(JOBS) --target rtmonitor_cli
+	$(BUILD)/rtmonitor demo
+
+install: build
+	cmake --install $(BUILD) $(if $(PREFIX),--prefix $(PREFIX))
 
 # The suite again with address and undefined-behaviour sanitizers; any report stops the run.
 asan:

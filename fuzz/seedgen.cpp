@@ -403,6 +403,34 @@ void frameFileSeeds() {
     save("frame_file", "partial-only", frames(0, false, 700));
 }
 
+// ---- WFDB records: header text, a zero byte, then the signal (and annotation) file bytes ------
+void wfdbSeeds() {
+    auto record = [](const std::string& header, int bodyBytes, int step) {
+        Bytes b;
+        for (char c : header) b.u8(c);
+        b.u8(0);
+        for (int i = 0; i < bodyBytes; ++i) b.u8((i * step + 17) & 0xFF);
+        return b;
+    };
+    save("wfdb", "format-212-two-signals",
+         record("r 2 360 20\nr.dat 212 200 11 1024 995 0 0 MLII\nr.dat 212 200 11 1024 1011 0 0 V5\n", 60, 37));
+    save("wfdb", "samples-per-frame-and-skew",
+         record("# comment\nr 3 125 10\nr.dat 212x4 2963.77/mV 12 0 67 0 0 MCL1\n"
+                "r.dat 212 12.84(-1605)/mmHg 12 0 -943 0 0 ABP\nr.dat 212:4 2000 12 0 -304 0 0 RESP\n", 90, 11));
+    save("wfdb", "formats-16-61-80-8-offset",
+         record("r 4 250/1000 6\na.dat 16+4 100/uV 16 0\nb.dat 61x2 50\nc.dat 80:1 10(-5)/g\nd.dat 8 200 8 0 5\n", 40, 5));
+    save("wfdb", "header-lies-about-length", record("r 1 250 5000\nr.dat 16 200 16 0 0 0 0 ECG\n", 20, 3));
+    Bytes ann;
+    for (char c : std::string("r 1 360\nr.dat 16 200\n")) ann.u8(c);
+    ann.u8(0);
+    ann.u16(22 << 10).u16(63 << 10 | 25);  // a note with text: "## time resolution: 1000"
+    for (char c : std::string("## time resolution: 1000")) ann.u8(c);
+    ann.u8(0);
+    ann.u16(1 << 10 | 77).u16(5 << 10 | 300).u16(28 << 10 | 10).u16(63 << 10 | 4).u8('(').u8('N').u8(0).u8(0);
+    ann.u16(59 << 10).u16(1).u16(0x2000).u16(1 << 10).u16(60 << 10 | 1).u16(1 << 10 | 360).u16(0);
+    save("wfdb", "annotations", ann);
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -418,5 +446,6 @@ int main(int argc, char** argv) {
     kmeansModelSeeds();
     kmeansSampleSeeds();
     frameFileSeeds();
+    wfdbSeeds();
     return 0;
 }

@@ -83,8 +83,13 @@ RTMONITOR_API rtm_device *rtm_device_create(void);
 
 /*
  * Analyses one frame: in->nDeviceId is not read (the handle is the device); every other input
- * field is used as processSignal uses it, and every word of *out is written.
+ * field is used as processSignal uses it, and *out is written as processSignal writes it. As
+ * there, a stage that returns early leaves its fields as the caller left them: a heart restart
+ * frame (nHeartMode 1) does not write nHeartWave, so give both interfaces the same buffer
+ * contents when comparing them.
  * Returns 1 when the frame was analysed, 0 (nothing changed) when an argument is NULL.
+ * Also 0 if memory ran out part-way through the frame: the handle's state is then incomplete,
+ * so destroy it (or load a snapshot into it) before analysing further frames.
  */
 RTMONITOR_API int rtm_device_process(rtm_device *dev, const ParamsIn *in, ParamsOut *out);
 
@@ -112,7 +117,9 @@ RTMONITOR_API int rtm_device_save(const rtm_device *dev, void *buf, size_t len);
 /*
  * Replaces the handle's state with the snapshot in buf. 1 on success. 0, with the handle left
  * exactly as it was, for a NULL argument, a length other than rtm_device_state_size(), or a
- * buffer that is truncated, corrupted, from another library version or not a snapshot at all.
+ * buffer that is truncated, corrupted, from another library version or not a snapshot at all;
+ * also for a state whose ring positions, counts or flags lie outside what the analysers can
+ * produce (a forged payload behind a valid header), and when memory runs out.
  */
 RTMONITOR_API int rtm_device_load(rtm_device *dev, const void *buf, size_t len);
 

@@ -41,6 +41,9 @@ public:
                          int* reserved, int* status);
     bool DataSugnal(int* in, int* out, int n, double scale, double amplitude);
 
+    // The registered devices in registration order. Lookups go through an index kept beside
+    // the list; direct edits are picked up when the list's length or storage changes or a
+    // looked-up entry no longer carries its id.
     std::vector<UserDataStruct*> m_vecUserData;
 };
 

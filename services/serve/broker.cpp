@@ -134,7 +134,8 @@ bool Broker::check(int& partitions) {
     const bool framesOk = si->Config->SubjectsLen == 1 && std::strcmp(si->Config->Subjects[0], kFramesSubjects) == 0;
     jsStreamInfo_Destroy(si);
     if (!framesOk) {
-        error_ = std::string("stream ") + kFramesStream + " does not take exactly the subjects " + kFramesSubjects + fix;
+        error_ =
+            std::string("stream ") + kFramesStream + " does not take exactly the subjects " + kFramesSubjects + fix;
         return false;
     }
     s = js_GetStreamInfo(&si, js_, kResultsStream, nullptr, &jerr);

@@ -2,13 +2,13 @@
 // and buckets once; without it the program is a worker that takes its share of the partitions,
 // analyses their frames and publishes the results, until SIGTERM or SIGINT. docs/serving.md
 // shows a complete session. Exit status: 0 clean stop, 1 server or stream problem, 2 usage.
+#include <unistd.h>
 #include <atomic>
 #include <cctype>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <string>
-#include <unistd.h>
 
 #include "broker.h"
 #include "wire.h"
@@ -86,7 +86,8 @@ int serve(int argc, char** argv) {
         else if (a == "--lease-ttl") ok = parseSeconds(v, 0.3, 3600, opt.leaseTtl);
         else if (a == "--log-every") ok = parseSeconds(v, 0.1, 86400, opt.logEvery);
         else if (a == "--batch") ok = parseSeconds(v, 1, 4096, batch) && batch == static_cast<int>(batch);
-        else if (a == "--partitions") ok = parseSeconds(v, 1, rtmserve::kMaxPartitions, partitions) && partitions == static_cast<int>(partitions);
+        else if (a == "--partitions")
+            ok = parseSeconds(v, 1, rtmserve::kMaxPartitions, partitions) && partitions == static_cast<int>(partitions);
         else if (a == "--duplicate-window") ok = parseSeconds(v, 1, 86400, window);
         else return usage("unknown option " + a);
         if (!ok) return usage("bad value '" + std::string(v) + "' for " + a);

@@ -24,9 +24,9 @@ constexpr const char* kSnapshotBucket = "rtm_snapshots";
 constexpr const char* kPartitionCountKey = "config.partitions";
 
 // Headers on every result, so a reader can place it without decoding the frame.
-constexpr const char* kHeaderFrameSeq = "Rtm-Frame-Seq";     // the frame's nFrameSeq
-constexpr const char* kHeaderStreamSeq = "Rtm-Stream-Seq";   // the frame's sequence in the frames stream
-constexpr const char* kHeaderFrameTime = "Rtm-Frame-Time";   // when the frames stream stored it, ns since 1970
+constexpr const char* kHeaderFrameSeq = "Rtm-Frame-Seq";    // the frame's nFrameSeq
+constexpr const char* kHeaderStreamSeq = "Rtm-Stream-Seq";  // the frame's sequence in the frames stream
+constexpr const char* kHeaderFrameTime = "Rtm-Frame-Time";  // when the frames stream stored it, ns since 1970
 
 constexpr int kMaxPartitions = 1024;
 

@@ -16,8 +16,7 @@ namespace rtmserve {
 namespace {
 
 int64_t unixMs() {
-    return std::chrono::duration_cast<std::chrono::milliseconds>(
-               std::chrono::system_clock::now().time_since_epoch())
+    return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::system_clock::now().time_since_epoch())
         .count();
 }
 
@@ -379,7 +378,8 @@ Worker::Outcome Worker::handle(Partition& part, natsMsg* msg, std::vector<int64_
     part.lastDseq = dseq;
 
     int32_t id = 0;
-    if (natsMsg_GetDataLength(msg) != static_cast<int>(sizeof(ParamsIn)) || !deviceFromSubject(natsMsg_GetSubject(msg), id)) {
+    if (natsMsg_GetDataLength(msg) != static_cast<int>(sizeof(ParamsIn)) ||
+        !deviceFromSubject(natsMsg_GetSubject(msg), id)) {
         std::fprintf(stderr, "rtmonitor-serve %s: skipped message %" PRIu64 " on %s: not a %zu-byte frame\n",
                      opt_.name.c_str(), seq, natsMsg_GetSubject(msg), sizeof(ParamsIn));
     } else {
@@ -456,9 +456,10 @@ Worker::Outcome Worker::snapshotRound(Partition& part) {
         const int len = static_cast<int>(snapBuf_.size());
         // Revision-checked, so a worker that lost the partition without knowing cannot overwrite
         // the state its successor is building on.
-        const natsStatus s = dev.snapRev == 0 ? kvStore_Create(&rev, broker_.snapshots(), key.c_str(), snapBuf_.data(), len)
-                                              : kvStore_Update(&rev, broker_.snapshots(), key.c_str(), snapBuf_.data(),
-                                                               len, dev.snapRev);
+        const natsStatus s =
+            dev.snapRev == 0
+                ? kvStore_Create(&rev, broker_.snapshots(), key.c_str(), snapBuf_.data(), len)
+                : kvStore_Update(&rev, broker_.snapshots(), key.c_str(), snapBuf_.data(), len, dev.snapRev);
         if (revisionConflict(s)) return Outcome::Lost;
         if (s != NATS_OK) return Outcome::Resync;
         dev.snapRev = rev;
@@ -481,10 +482,11 @@ void Worker::logProgress(double seconds) {
         devices += kv.second.devices.size();
     }
     const double p50 = percentile(latencyMs_, 0.5), p99 = percentile(latencyMs_, 0.99);
-    std::printf("rtmonitor-serve %s: %zu partitions, %zu devices, %.1f frames/s, lag p50 %.1f ms p99 %.1f ms, "
-                "backlog %" PRIu64 " frames\n",
-                opt_.name.c_str(), owned_.size(), devices, seconds > 0 ? static_cast<double>(framesSinceLog_) / seconds : 0.0,
-                p50, p99, backlog);
+    std::printf(
+        "rtmonitor-serve %s: %zu partitions, %zu devices, %.1f frames/s, lag p50 %.1f ms p99 %.1f ms, "
+        "backlog %" PRIu64 " frames\n",
+        opt_.name.c_str(), owned_.size(), devices, seconds > 0 ? static_cast<double>(framesSinceLog_) / seconds : 0.0,
+        p50, p99, backlog);
     std::fflush(stdout);
     latencyMs_.clear();
     framesSinceLog_ = 0;

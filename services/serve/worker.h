@@ -53,11 +53,11 @@ private:
         Clock::time_point validUntil;  // stop touching the partition after this unless renewed
         Clock::time_point nextSnapshot;
         natsSubscription* sub = nullptr;
-        uint64_t ackedSeq = 0;   // every frame up to here is covered by snapshots
-        uint64_t lastDseq = 0;   // consumer's delivery count of the last message seen
+        uint64_t ackedSeq = 0;       // every frame up to here is covered by snapshots
+        uint64_t lastDseq = 0;       // consumer's delivery count of the last message seen
         natsMsg* lastMsg = nullptr;  // last message handled, acknowledged (with all before it) at the next round
         uint64_t lastMsgSeq = 0;
-        uint64_t backlog = 0;    // frames the consumer still holds after the last one seen
+        uint64_t backlog = 0;  // frames the consumer still holds after the last one seen
         std::map<int32_t, Device> devices;
     };
     enum class Outcome { Ok, Resync, Lost };

@@ -26,7 +26,13 @@ RTMONITOR_API int rtm_device_process(rtm_device* dev, const ParamsIn* in, Params
     // The analysers take their input through non-const pointers; they get a private copy, as
     // processSignal's by-value frame gives them.
     ParamsIn frame = *in;
-    rtm::analyseFrame(dev->record, frame, out);
+    // The movement stage and beat typing use small heap lists; running out of memory there
+    // must not unwind into a C caller.
+    try {
+        rtm::analyseFrame(dev->record, frame, out);
+    } catch (...) {
+        return 0;
+    }
     return 1;
 }
 

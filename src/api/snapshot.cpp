@@ -5,8 +5,11 @@
 
 #include <cstdint>
 #include <cstring>
+#include <memory>
+#include <new>
 #include <type_traits>
 
+#include "api/state_checks.h"
 #include "rtmonitor.h"
 
 namespace rtm {
@@ -81,7 +84,13 @@ bool loadSnapshot(UserDataStruct& record, const void* buf, std::size_t len) {
     uint64_t stored = 0;
     std::memcpy(&stored, in + kChecksumOffset, 8);
     if (stored != checksum(header, in + kSnapshotHeaderBytes)) return false;
-    std::memcpy(static_cast<void*>(&record), in + kSnapshotHeaderBytes, kPayloadBytes);
+    // The checksum proves the bytes arrived as written, not that the analysers wrote them: the
+    // state is range-checked in a scratch record before it replaces the device's.
+    std::unique_ptr<UserDataStruct> candidate(new (std::nothrow) UserDataStruct());
+    if (candidate == nullptr) return false;
+    std::memcpy(static_cast<void*>(candidate.get()), in + kSnapshotHeaderBytes, kPayloadBytes);
+    if (!stateWithinBounds(*candidate)) return false;
+    std::memcpy(static_cast<void*>(&record), candidate.get(), kPayloadBytes);
     return true;
 }
 

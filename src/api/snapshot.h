@@ -13,7 +13,8 @@ constexpr std::size_t kSnapshotHeaderBytes = 48;
 
 std::size_t snapshotSize();
 bool saveSnapshot(const UserDataStruct& record, void* buf, std::size_t len);
-// False, with `record` untouched, for anything but a whole, intact snapshot of this version.
+// False, with `record` untouched, for anything but a whole, intact snapshot of this version
+// whose state passes the range checks of state_checks.h.
 bool loadSnapshot(UserDataStruct& record, const void* buf, std::size_t len);
 
 }  // namespace rtm

@@ -10,6 +10,7 @@
 
 #define RTM_FUZZ_NO_ENTRY 1
 #include "../../fuzz/fuzz_breath.cpp"
+#include "../../fuzz/fuzz_device_load.cpp"
 #include "../../fuzz/fuzz_heart.cpp"
 #include "../../fuzz/fuzz_motion.cpp"
 #include "../../fuzz/fuzz_pipeline.cpp"
@@ -57,6 +58,7 @@ TEST_F(FuzzCorpus, Pipeline) { EXPECT_GT(replay("pipeline", rtmFuzzPipeline), 0u
 TEST_F(FuzzCorpus, Breath) { EXPECT_GT(replay("breath", rtmFuzzBreath), 0u); }
 TEST_F(FuzzCorpus, Heart) { EXPECT_GT(replay("heart", rtmFuzzHeart), 0u); }
 TEST_F(FuzzCorpus, Motion) { EXPECT_GT(replay("motion", rtmFuzzMotion), 0u); }
+TEST_F(FuzzCorpus, DeviceLoad) { EXPECT_GT(replay("device_load", rtmFuzzDeviceLoad), 0u); }
 #ifdef RTM_HAVE_KMEANS
 TEST_F(FuzzCorpus, KMeansModel) { EXPECT_GT(replay("kmeans_model", rtmFuzzKMeansModel), 0u); }
 TEST_F(FuzzCorpus, KMeansSamples) { EXPECT_GT(replay("kmeans_samples", rtmFuzzKMeansSamples), 0u); }

@@ -2,6 +2,9 @@
 // rely on (the last match wins, unknown ids are created on demand).
 #include <gtest/gtest.h>
 
+#include <cstdint>
+#include <memory>
+
 #include "rtmonitor/GeneralRealTime.h"
 
 namespace {
@@ -39,15 +42,66 @@ TEST(Registry, LookupCreatesUnknownIdsAtTheEnd) {
     EXPECT_EQ(ids(reg), (std::vector<int>{7, -1}));
 }
 
+// Duplicates only arise from a host editing the public list; the registry must notice the edit
+// and still let the last entry win, for lookup and removal alike.
 TEST(Registry, LastOfDuplicateIdsWins) {
     GeneralTimeTime reg;
     reg.InitRealTime(4);
     reg.InitRealTime(8);
     reg.InitRealTime(9);
-    reg.m_vecUserData[2]->nDeviceId = 4;
-    EXPECT_EQ(reg.GetDataStructIndex(4), 2);
+    EXPECT_EQ(reg.GetDataStructIndex(4), 0);
+    UserDataStruct extra{};
+    extra.nDeviceId = 4;
+    reg.m_vecUserData.push_back(&extra);
+    EXPECT_EQ(reg.GetDataStructIndex(4), 3);
     EXPECT_TRUE(reg.ClearRealTimeSingle(4));
-    EXPECT_EQ(ids(reg), (std::vector<int>{4, 8}));
+    EXPECT_EQ(ids(reg), (std::vector<int>{4, 8, 9}));
+    EXPECT_EQ(reg.GetDataStructIndex(4), 0);
+    EXPECT_TRUE(reg.ClearRealTimeSingle(4));
+    EXPECT_EQ(ids(reg), (std::vector<int>{8, 9}));
+}
+
+// An id rewritten in place is seen as soon as a lookup meets the changed entry.
+TEST(Registry, IdsRewrittenInPlaceAreFollowed) {
+    GeneralTimeTime reg;
+    reg.InitRealTime(1);
+    reg.InitRealTime(2);
+    reg.InitRealTime(3);
+    reg.m_vecUserData[1]->nDeviceId = 7;
+    EXPECT_EQ(reg.GetDataStructIndex(2), 3);  // 2 is gone from the list: created at the end
+    EXPECT_EQ(reg.GetDataStructIndex(7), 1);
+    EXPECT_EQ(ids(reg), (std::vector<int>{1, 7, 3, 2}));
+    // A host that drops an entry itself owns the record from then on.
+    std::unique_ptr<UserDataStruct> dropped(reg.m_vecUserData.front());
+    reg.m_vecUserData.erase(reg.m_vecUserData.begin());
+    EXPECT_EQ(reg.GetDataStructIndex(3), 1);
+    EXPECT_EQ(reg.GetDataStructIndex(1), 3);
+}
+
+// Positions stay right through a long mix of removals, restarts and creations: every lookup
+// agrees with a scan of the list.
+TEST(Registry, LookupAgreesWithAScanThroughChurn) {
+    GeneralTimeTime reg;
+    uint32_t x = 12345;
+    auto next = [&x] {
+        x = x * 1103515245u + 12345u;
+        return static_cast<int>((x >> 16) % 64) - 8;
+    };
+    for (int step = 0; step < 3000; ++step) {
+        const int id = next();
+        switch (step % 5) {
+            case 0: reg.InitRealTime(id); break;
+            case 1: reg.ClearRealTimeSingle(id); break;
+            default: {
+                int scan = -1;
+                for (std::size_t i = 0; i < reg.m_vecUserData.size(); ++i)
+                    if (reg.m_vecUserData[i]->nDeviceId == id) scan = static_cast<int>(i);
+                const int found = reg.GetDataStructIndex(id);
+                if (scan != -1) ASSERT_EQ(found, scan) << "step " << step;
+                else ASSERT_EQ(found, static_cast<int>(reg.m_vecUserData.size()) - 1) << "step " << step;
+            }
+        }
+    }
 }
 
 TEST(Registry, ClearingAnUnknownIdLeavesTheListAsItWas) {

@@ -1,5 +1,6 @@
 // End to end through the built tool: the HTML report's structure (one self-contained plot per
-// series and device, the demo's truth and summary in it) and usage errors.
+// series and device with the quality and status bands and the ECG grid, a summary row per
+// device, the demo's truth and summary, a replay's reference) and usage errors.
 #include <string>
 
 #include "tool_runner.h"
@@ -14,10 +15,18 @@ void expectSelfContainedPlots(const std::string& html, const std::vector<int>& d
     EXPECT_EQ(count(html, "<script") + count(html, "<link") + count(html, " src="), 0u);
     EXPECT_EQ(count(html, "<section class=\"device\""), devices.size());
     EXPECT_EQ(count(html, "<svg class=\"plot\""), 6 * devices.size());
-    for (int d : devices)
+    for (int d : devices) {
         for (const char* s : {"heart-rate", "breath-rate", "ecg", "respiration", "posture", "movement"})
             EXPECT_EQ(count(html, "data-device=\"" + std::to_string(d) + "\" data-series=\"" + s + "\""), 1u)
                 << "device " << d << " series " << s;
+        EXPECT_EQ(count(html, "<tr data-device=\"" + std::to_string(d) + "\">"), 1u) << "device " << d;
+        const std::string section = html.substr(html.find("<section class=\"device\" data-device=\"" +
+                                                          std::to_string(d) + "\""));
+        const std::string own = section.substr(0, section.find("</section>"));
+        EXPECT_EQ(count(own, "data-band=\"quality\""), 1u) << "device " << d;
+        EXPECT_EQ(count(own, "data-band=\"breath-state\""), 1u) << "device " << d;
+        EXPECT_EQ(count(own, "class=\"ecg-grid\""), 2u) << "device " << d;
+    }
 }
 
 TEST_F(DemoReportTest, ReportsHaveOnePlotPerSeriesAndDevice) {
@@ -33,6 +42,26 @@ TEST_F(DemoReportTest, ReportsHaveOnePlotPerSeriesAndDevice) {
                             path("m.html"));
     ASSERT_EQ(r.status, 0) << r.err;
     expectSelfContainedPlots(readFile(path("m.html")), {1, 2, 3});
+}
+
+TEST_F(DemoReportTest, ReplayOfASharedRecordingDrawsItsReference) {
+    const std::string shared = std::string(RTM_SOURCE_DIR) + "/../shared/data/";
+    if (!std::filesystem::exists(shared + "03700181.frames"))
+        GTEST_SKIP() << shared << " is absent: the shared recordings were not replayed";
+    const RunResult r = run("replay " + shared + "03700181.frames --out " + path("r.csv") + " --report " +
+                            path("r.html") + " --reference " + shared + "03700181.ref.csv");
+    ASSERT_EQ(r.status, 0) << r.err;
+    const std::string html = readFile(path("r.html"));
+    expectSelfContainedPlots(html, {1});
+    EXPECT_EQ(count(html, ">reference</text>"), 2u);  // heart and breathing rate
+    // A reference file without a time column is refused before anything is written.
+    writeFile(path("bad.csv"), "rate\n70\n");
+    const RunResult bad = run("replay " + shared + "03700181.frames --report " + path("b.html") + " --reference " +
+                              path("bad.csv"));
+    EXPECT_EQ(bad.status, 1);
+    EXPECT_NE(bad.err.find("time column"), std::string::npos) << bad.err;
+    EXPECT_TRUE(bad.out.empty());
+    EXPECT_FALSE(std::filesystem::exists(path("b.html")));
 }
 
 TEST_F(DemoReportTest, UsageErrorsExitWithTwoAndShowTheUsage) {

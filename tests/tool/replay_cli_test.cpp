@@ -1,7 +1,8 @@
 // End to end through the built tool: synth then replay gives the demo's results for the same
 // seed, interleaved devices are analysed independently, a truncated file keeps its complete
-// frames and names the offset, and the CSV columns (arbitrary files are the frame-file fuzz
-// target's job).
+// frames and names the offset, the CSV columns, and the doubt a file that does not look like
+// frames draws (crashes on arbitrary files are the frame-file fuzz target's job).
+#include <random>
 #include <string>
 
 #include "tool_runner.h"
@@ -89,6 +90,55 @@ TEST_F(ReplayTest, CsvHasTheDocumentedColumns) {
         int mx = 0;
         for (size_t k = 260; k < 285; ++k) mx = std::max(mx, std::stoi(f[k]));
         EXPECT_EQ(std::to_string(mx), f[9]);
+    }
+}
+
+TEST_F(ReplayTest, AFileThatDoesNotLookLikeFramesDrawsAWarning) {
+    // 13,200 random bytes: ten "frames" of ten "devices".
+    std::mt19937 rng(15);
+    std::string noise(10 * kFrameBytes, '\0');
+    for (char& c : noise) c = static_cast<char>(rng() & 0xFF);
+    writeFile(path("noise.bin"), noise);
+    const RunResult r = run("replay " + path("noise.bin") + " --out " + path("noise.csv") + " --report " +
+                            path("noise.html"));
+    EXPECT_EQ(r.status, 0) << r.err;  // the replay still runs
+    EXPECT_EQ(lines(readFile(path("noise.csv"))).size(), 11u);
+    EXPECT_NE(r.err.find("warning: " + path("noise.bin") + " does not look like a frame file"), std::string::npos)
+        << r.err;
+    EXPECT_NE(r.err.find("10 of 10 device ids appear in a single frame only"), std::string::npos) << r.err;
+    EXPECT_NE(r.err.find("heart samples lie far outside any ADC range"), std::string::npos) << r.err;
+    EXPECT_NE(readFile(path("noise.html")).find("does not look like a frame file"), std::string::npos);
+
+    // One device whose sequence numbers never advance by one.
+    ASSERT_EQ(run("synth --minutes 1 --out " + path("s.frames")).status, 0);
+    std::string frames = readFile(path("s.frames"));
+    for (size_t f = 0; f < 60; ++f) frames[f * kFrameBytes + 4] = static_cast<char>(3 * f);
+    writeFile(path("jumpy.frames"), frames);
+    const RunResult jumpy = run("replay " + path("jumpy.frames"));
+    EXPECT_EQ(jumpy.status, 0);
+    EXPECT_NE(jumpy.err.find("sequence numbers advance by one in only 0 of 59 steps"), std::string::npos)
+        << jumpy.err;
+
+    // Genuine recordings draw none: many interleaved devices, and the shared recordings.
+    ASSERT_EQ(run("synth --minutes 1 --devices 16 --out " + path("m.frames")).status, 0);
+    EXPECT_EQ(run("replay " + path("m.frames")).err, "");
+    EXPECT_EQ(run("replay " + path("s.frames")).err, "");
+    const std::string shared = std::string(RTM_SOURCE_DIR) + "/../shared/data/";
+    if (!std::filesystem::exists(shared + "v102s.frames"))
+        GTEST_SKIP() << shared << " is absent: the shared recordings were not checked";
+    for (const char* rec : {"100", "03700181", "v102s"}) {
+        const RunResult g = run("replay " + shared + rec + ".frames --out " + path("g.csv"));
+        EXPECT_EQ(g.status, 0) << rec;
+        EXPECT_EQ(g.err.find("warning"), std::string::npos) << rec << ": " << g.err;
+    }
+}
+
+TEST_F(ReplayTest, NegativeAtSaysItMustBeZeroOrMore) {
+    for (const char* command : {"demo", "replay x.frames"}) {
+        const RunResult r = run(std::string(command) + " --at -5");
+        EXPECT_EQ(r.status, 2) << command;
+        EXPECT_NE(r.err.find("--at must be 0 or more seconds"), std::string::npos) << r.err;
+        EXPECT_EQ(r.err.find("whole number"), std::string::npos) << r.err;
     }
 }
 

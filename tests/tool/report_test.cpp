@@ -1,6 +1,11 @@
-// The report's plots: rate gaps where nothing was reported, the waveform stretch taken where
-// asked (or at the end of a short recording), and text escaped.
+// The report's plots: rate gaps where nothing was reported, rates faint where the library did not
+// judge them with its flags as bands beneath, a heart-rate axis that does not magnify a wobble,
+// the ECG in mV on a true ECG grid, reference rates, the summary table, the waveform stretch
+// taken where asked (or at the end of a short recording), and text escaped.
+#include <algorithm>
+#include <cctype>
 #include <string>
+#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -23,7 +28,9 @@ size_t count(const std::string& text, const std::string& what) {
 }
 
 // Frames whose ECG input is 512 + the second, so the stretch shown can be read off the axis.
-void addFrames(Report& r, int seconds, int32_t device, size_t index, int (*heartRate)(int)) {
+// `judged` gives the heart quality and respiration status of each second (1 = judged).
+void addFrames(Report& r, int seconds, int32_t device, size_t index, int (*heartRate)(int),
+               int (*judged)(int) = [](int) { return 0; }) {
     for (int s = 0; s < seconds; ++s) {
         ParamsIn in{};
         in.nDeviceId = device;
@@ -31,9 +38,26 @@ void addFrames(Report& r, int seconds, int32_t device, size_t index, int (*heart
         for (int32_t& v : in.nHeartData) v = 512 + s;
         ParamsOut out{};
         out.nHeartRate = heartRate(s);
+        out.nHeartStatus = judged(s);
+        out.nBreathRate = heartRate(s) / 4;
+        out.nBreathState = judged(s);
+        out.nPosture = 2;
         for (int32_t& v : out.nMovement) v = 1;
         r.add(index, in, out, nullptr);
     }
+}
+
+// The y values of the tick labels of a plot's value axis (text-anchor end, left of the frame).
+std::vector<std::string> valueTicks(const std::string& plot) {
+    std::vector<std::string> r;
+    const std::string key = "class=\"a\" text-anchor=\"end\">";
+    for (size_t p = plot.find(key); p != std::string::npos; p = plot.find(key, p + 1)) {
+        const size_t a = p + key.size();
+        const std::string label = plot.substr(a, plot.find('<', a) - a);
+        if (!label.empty() && (std::isdigit(static_cast<unsigned char>(label[0])) || label[0] == '-'))
+            r.push_back(label);
+    }
+    return r;
 }
 
 TEST(Report, NoRateLeavesAGapInTheTrend) {
@@ -52,6 +76,98 @@ TEST(Report, NoRateLeavesAGapInTheTrend) {
     EXPECT_NE(empty.find("no heart rate reported"), std::string::npos);
 }
 
+TEST(Report, RatesAreFaintWhereNotJudgedWithTheFlagsAsBands) {
+    Report r("flags", 0);
+    // Judged in seconds 0..24 only.
+    addFrames(r, 50, 4, 0, [](int) { return 80; }, [](int s) { return s < 25 ? 1 : 0; });
+    const std::string html = r.html();
+    for (const char* series : {"heart-rate", "breath-rate"}) {
+        const std::string plot = plotOf(html, 4, series);
+        // One faint line over all 50 s, one solid over the 25 judged ones.
+        ASSERT_EQ(count(plot, "<polyline"), 2u) << series;
+        const size_t faint = plot.find("stroke-opacity=\"0.30\" points=");
+        ASSERT_NE(faint, std::string::npos) << series;
+        const size_t solid = plot.find("<polyline", plot.find("<polyline") + 1);
+        const std::string solidLine = plot.substr(solid, plot.find("/>", solid) - solid);
+        EXPECT_EQ(solidLine.find("stroke-opacity"), std::string::npos) << series;
+        EXPECT_EQ(count(solidLine, ","), 25u) << series;
+    }
+    // Each flag as a band of runs: judged then not.
+    const std::string hr = plotOf(html, 4, "heart-rate"), br = plotOf(html, 4, "breath-rate");
+    ASSERT_NE(hr.find("data-band=\"quality\""), std::string::npos);
+    ASSERT_NE(br.find("data-band=\"breath-state\""), std::string::npos);
+    EXPECT_NE(hr.find("0-25 s: 1 good quality"), std::string::npos);
+    EXPECT_NE(hr.find("25-50 s: 0 not judged or poor"), std::string::npos);
+    EXPECT_NE(br.find("0-25 s: 1 regular breathing"), std::string::npos);
+    EXPECT_NE(br.find("25-50 s: 0 no judgement"), std::string::npos);
+}
+
+TEST(Report, HeartRateAxisDoesNotMagnifyAWobble) {
+    Report r("wobble", 0);
+    addFrames(r, 60, 1, 0, [](int s) { return 121 + s % 9; }, [](int) { return 1; });
+    // 121..129 bpm: at least 40 bpm shown, ends on tens, the wobble in the middle.
+    const std::vector<std::string> ticks = valueTicks(plotOf(r.html(), 1, "heart-rate"));
+    ASSERT_GE(ticks.size(), 3u);
+    EXPECT_EQ(ticks.front(), "110");
+    EXPECT_EQ(ticks.back(), "150");
+}
+
+TEST(Report, EcgIsInMillivoltsOnAStandardGrid) {
+    Report r("ecg", 0);
+    for (int s = 0; s < 12; ++s) {
+        ParamsIn in{};
+        in.nDeviceId = 1;
+        // A 1 mV square pulse at the start of every second: 200 counts above 512.
+        for (int i = 0; i < 200; ++i) in.nHeartData[i] = i < 20 ? 712 : 512;
+        ParamsOut out{};
+        for (int i = 0; i < 200; ++i) out.nHeartWave[i] = 512;
+        r.add(0, in, out, nullptr);
+    }
+    const std::string ecg = plotOf(r.html(), 1, "ecg");
+    ASSERT_EQ(count(ecg, "class=\"ecg-grid\""), 2u);  // ten seconds in rows of five
+    // The pulse top at 1.0 mV is labelled; counts never appear.
+    const std::vector<std::string> ticks = valueTicks(ecg);
+    EXPECT_NE(std::find(ticks.begin(), ticks.end(), "1.0"), ticks.end());
+    EXPECT_EQ(ecg.find(">712<"), std::string::npos);
+    // Grid squares are square: 1 mm is 40 ms across and 0.1 mV up, with 5 mm major lines.
+    const size_t g = ecg.find("<g class=\"ecg-grid\">");
+    const std::string grid = ecg.substr(g, ecg.find("</g>", g) - g);
+    std::vector<double> ys, xs;
+    for (size_t p = grid.find("<line x1="); p != std::string::npos; p = grid.find("<line x1=", p + 1))
+        ys.push_back(std::stod(grid.substr(grid.find("y1=\"", p) + 4)));
+    for (size_t p = grid.find("<line y1="); p != std::string::npos; p = grid.find("<line y1=", p + 1))
+        xs.push_back(std::stod(grid.substr(grid.find("x1=\"", p) + 4)));
+    ASSERT_GE(ys.size(), 21u);  // at least 2 mV
+    ASSERT_EQ(xs.size(), 126u);  // 5 s = 125 mm
+    EXPECT_NEAR(ys[1] - ys[0], xs[1] - xs[0], 0.11);
+    EXPECT_EQ(count(grid, "class=\"em\""), (ys.size() + 4) / 5 + 26);
+    // The display waveform is drawn earlier by its delay, and says so.
+    EXPECT_NE(ecg.find("drawn 130 ms earlier"), std::string::npos);
+}
+
+TEST(Report, ReferenceAndSummaryTable) {
+    Report r("ref", 0);
+    addFrames(r, 30, 7, 0, [](int) { return 60; }, [](int) { return 1; });
+    addFrames(r, 40, 9, 1, [](int) { return 100; }, [](int s) { return s % 2; });
+    r.setReference(9, std::vector<double>(40, 98.0), std::vector<double>(40, 24.0), "reference");
+    const std::string html = r.html();
+    for (const char* series : {"heart-rate", "breath-rate"}) {
+        EXPECT_NE(plotOf(html, 9, series).find(">reference</text>"), std::string::npos) << series;
+        EXPECT_EQ(plotOf(html, 7, series).find("reference"), std::string::npos) << series;
+    }
+    // One table row per device, before the first device section.
+    const size_t table = html.find("<table class=\"summary-table\">");
+    ASSERT_NE(table, std::string::npos);
+    EXPECT_LT(table, html.find("<section"));
+    const std::string row7 = html.substr(html.find("<tr data-device=\"7\">"), 200);
+    const std::string row9 = html.substr(html.find("<tr data-device=\"9\">"), 200);
+    EXPECT_NE(row7.find("<td>0:30</td><td>60 /min (60&ndash;60)</td><td>100 %</td><td>15 /min</td>"),
+              std::string::npos) << row7;
+    EXPECT_NE(row9.find("<td>0:40</td><td>100 /min (100&ndash;100)</td><td>50 %</td><td>25 /min</td><td>50 %</td>"
+                        "<td>on the back 0:40</td>"),
+              std::string::npos) << row9;
+}
+
 TEST(Report, StretchStartsWhereAskedOrCoversTheEnd) {
     Report r("stretch", 5);
     addFrames(r, 100, 1, 0, [](int) { return 60; });
@@ -59,9 +175,7 @@ TEST(Report, StretchStartsWhereAskedOrCoversTheEnd) {
     EXPECT_NE(ecg.find(">5</text>"), std::string::npos);
     EXPECT_NE(ecg.find(">15</text>"), std::string::npos);
     EXPECT_EQ(ecg.find(">16</text>"), std::string::npos);
-    // The ECG input of seconds 5..14 is 517..526: the value axis covers that band, not 512..521.
-    EXPECT_NE(ecg.find(">525</text>"), std::string::npos);
-    EXPECT_EQ(ecg.find(">515</text>"), std::string::npos);
+    EXPECT_EQ(ecg.find(">4</text>"), std::string::npos);
 
     Report shortRec("short", 60);
     addFrames(shortRec, 20, 1, 0, [](int) { return 60; });

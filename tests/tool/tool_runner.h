@@ -74,15 +74,18 @@ protected:
 
     std::string path(const std::string& name) const { return (dir_ / name).string(); }
 
-    // `args` is appended to the tool's path as shell words; keep them free of quotes.
-    RunResult run(const std::string& args) const {
-        const std::string out = path(".stdout"), err = path(".stderr");
-        const std::string cmd =
-            "'" + std::string(RTM_BINARY_DIR) + "/rtmonitor' " + args + " >'" + out + "' 2>'" + err + "'";
+    // `args` is appended to the tool's path as shell words; keep them free of quotes. Standard
+    // output goes to `stdoutTo` when given (then r.out is empty); `shellPrefix` runs first in
+    // the same shell (limits, traps).
+    RunResult run(const std::string& args, const std::string& stdoutTo = "",
+                  const std::string& shellPrefix = "") const {
+        const std::string out = stdoutTo.empty() ? path(".stdout") : stdoutTo, err = path(".stderr");
+        const std::string cmd = shellPrefix + "'" + std::string(RTM_BINARY_DIR) + "/rtmonitor' " + args + " >'" +
+                                out + "' 2>'" + err + "'";
         const int raw = std::system(cmd.c_str());
         RunResult r;
         r.status = (raw != -1 && WIFEXITED(raw)) ? WEXITSTATUS(raw) : -1;
-        r.out = readFile(out);
+        if (stdoutTo.empty()) r.out = readFile(out);
         r.err = readFile(err);
         // A sanitizer report also exits with 1; never let it pass for an input error.
         EXPECT_EQ(r.err.find("Sanitizer"), std::string::npos) << r.err;

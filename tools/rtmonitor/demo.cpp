@@ -7,9 +7,11 @@
 #include <cstring>
 #include <string>
 
+#include "classes.h"
 #include "cli.h"
 #include "frame_file.h"
 #include "host.h"
+#include "output_file.h"
 #include "report.h"
 #include "synth.h"
 
@@ -48,18 +50,6 @@ bool recordingArgs(const ParsedArgs& p, RecordingArgs& r, std::string& error) {
         }
         r.seed = static_cast<uint32_t>(v);
     }
-    return true;
-}
-
-bool stretchArg(const ParsedArgs& p, int& at, std::string& error) {
-    auto it = p.values.find("--at");
-    if (it == p.values.end()) return true;
-    long long v = 0;
-    if (!parseInteger(it->second, 0, 1000000000LL, v)) {
-        error = "--at needs a whole number of seconds, not '" + it->second + "'";
-        return false;
-    }
-    at = static_cast<int>(v);
     return true;
 }
 
@@ -107,17 +97,24 @@ int runDemo(const std::vector<std::string>& args) {
     }
     RecordingArgs r;
     int at = 60;
-    if (!recordingArgs(p, r, error) || !stretchArg(p, at, error)) return usageError("demo", error, kDemoUsage);
+    if (!recordingArgs(p, r, error) || !parseAt(p, at, error)) return usageError("demo", error, kDemoUsage);
     if (!p.positional.empty()) return usageError("demo", "unexpected argument '" + p.positional[0] + "'", kDemoUsage);
+    std::vector<std::pair<std::string, std::string>> outputs;
+    for (const char* option : {"--csv", "--report"})
+        if (p.values.count(option)) outputs.emplace_back(option, p.values[option]);
+    if (!checkOutputs({}, outputs, error)) {
+        std::fprintf(stderr, "rtmonitor demo: %s; nothing was written\n", error.c_str());
+        return kExitInput;
+    }
 
+    OutputFile csvFile;
     std::FILE* csv = nullptr;
     if (p.values.count("--csv")) {
-        const std::string& path = p.values["--csv"];
-        csv = std::fopen(path.c_str(), "w");
-        if (csv == nullptr) {
-            std::fprintf(stderr, "rtmonitor demo: %s: cannot write: %s\n", path.c_str(), std::strerror(errno));
+        if (!csvFile.open(p.values["--csv"], error)) {
+            std::fprintf(stderr, "rtmonitor demo: %s: cannot write: %s\n", p.values["--csv"].c_str(), error.c_str());
             return kExitInput;
         }
+        csv = csvFile.file();
         writeCsvHeader(csv, false);
     }
 
@@ -133,7 +130,7 @@ int runDemo(const std::vector<std::string>& args) {
     std::printf("Synthetic recording: %d min, seed %u, device %d. One row per second; '*' marks a posture\n"
                 "that differs from the generator's (turning seconds are not scored).\n\n",
                 r.minutes, r.seed, so.deviceId);
-    std::printf("  time   HR  true  q   BR  true  st  posture             move\n");
+    std::printf("  time   HR  true  q   BR  true  st  posture                 move\n");
 
     RateError heart, breath;
     int postureScored = 0, postureAgree = 0, quality1 = 0;
@@ -157,10 +154,10 @@ int runDemo(const std::vector<std::string>& args) {
         quality1 += out.nHeartStatus == 1;
         ++breathStates[out.nBreathState >= 0 && out.nBreathState <= 2 ? out.nBreathState : 3];
 
-        char posture[40];
+        char posture[48];
         std::snprintf(posture, sizeof posture, "%d %s%s", out.nPosture, postureName(out.nPosture),
                       scored && !agrees ? " *" : "");
-        std::printf("%6s %4d %5.0f %2d %4d %5.1f %3d  %-18s %5d\n", clock(sec).c_str(), out.nHeartRate,
+        std::printf("%6s %4d %5.0f %2d %4d %5.1f %3d  %-22s %5d\n", clock(sec).c_str(), out.nHeartRate,
                     t.heartRate, out.nHeartStatus, out.nBreathRate, t.breathRate, out.nBreathState, posture,
                     movementMax(out));
     }
@@ -171,10 +168,10 @@ int runDemo(const std::vector<std::string>& args) {
     summary.push_back("  heart rate     " + heart.line("beats/min", kHeartWarmupSeconds, 5.0));
     summary.push_back("  breathing rate " + breath.line("breaths/min", kBreathWarmupSeconds, 3.0));
     char buf[256];
-    std::snprintf(buf, sizeof buf, "  heart quality  1 in %d of %d s", quality1, total);
+    std::snprintf(buf, sizeof buf, "  heart quality  %s (1) in %d of %d s", heartStatusName(1), quality1, total);
     summary.push_back(buf);
-    std::snprintf(buf, sizeof buf, "  resp. status   0: %d s, 1: %d s, 2 (no signal): %d s%s", breathStates[0],
-                  breathStates[1], breathStates[2],
+    std::snprintf(buf, sizeof buf, "  resp. status   %s (1): %d s, %s (0): %d s, %s (2): %d s%s", breathStateName(1),
+                  breathStates[1], breathStateName(0), breathStates[0], breathStateName(2), breathStates[2],
                   breathStates[3] ? (", other: " + std::to_string(breathStates[3]) + " s").c_str() : "");
     summary.push_back(buf);
     std::snprintf(buf, sizeof buf, "  posture        agrees in %d of %d scored s (%.1f %%); %d s of turning not scored",
@@ -185,8 +182,12 @@ int runDemo(const std::vector<std::string>& args) {
     for (const std::string& line : summary) std::printf("%s\n", line.c_str());
 
     int status = kExitOk;
-    if (csv && std::fclose(csv) != 0) {
-        std::fprintf(stderr, "rtmonitor demo: %s: write failed\n", p.values["--csv"].c_str());
+    if (!finishStandardOutput(error)) {
+        std::fprintf(stderr, "rtmonitor demo: %s\n", error.c_str());
+        status = kExitInput;
+    }
+    if (csv && !csvFile.commit(error)) {
+        std::fprintf(stderr, "rtmonitor demo: %s: %s\n", p.values["--csv"].c_str(), error.c_str());
         status = kExitInput;
     }
     if (p.values.count("--report")) {
@@ -230,17 +231,27 @@ int runSynth(const std::vector<std::string>& args) {
     for (size_t s = 0; s < recs[0].frames.size(); ++s)
         for (const Recording& rec : recs) frames.push_back(rec.frames[s]);
     const std::string& out = p.values["--out"];
-    if (!writeFrameFile(out, frames, error)) {
-        std::fprintf(stderr, "rtmonitor synth: %s: cannot write: %s\n", out.c_str(), error.c_str());
+    const bool wantTruth = p.values.count("--truth") > 0;
+    std::vector<std::pair<std::string, std::string>> outputs{{"--out", out}};
+    if (wantTruth) outputs.emplace_back("--truth", p.values["--truth"]);
+    if (!checkOutputs({}, outputs, error)) {
+        std::fprintf(stderr, "rtmonitor synth: %s; nothing was written\n", error.c_str());
         return kExitInput;
     }
-    if (p.values.count("--truth")) {
+    // Both files are completed before either appears, so a failure leaves neither.
+    OutputFile frameFile, truthFile;
+    if (!frameFile.open(out, error) || !writeFrames(frameFile.file(), frames)) {
+        std::fprintf(stderr, "rtmonitor synth: %s: cannot write: %s\n", out.c_str(),
+                     error.empty() ? std::strerror(errno) : error.c_str());
+        return kExitInput;
+    }
+    if (wantTruth) {
         const std::string& path = p.values["--truth"];
-        std::FILE* f = std::fopen(path.c_str(), "w");
-        if (f == nullptr) {
-            std::fprintf(stderr, "rtmonitor synth: %s: cannot write: %s\n", path.c_str(), std::strerror(errno));
+        if (!truthFile.open(path, error)) {
+            std::fprintf(stderr, "rtmonitor synth: %s: cannot write: %s\n", path.c_str(), error.c_str());
             return kExitInput;
         }
+        std::FILE* f = truthFile.file();
         std::fputs("device,second,heart_rate,breath_rate,target_heart_rate,target_breath_rate,posture,activity\n", f);
         for (size_t s = 0; s < recs[0].truth.size(); ++s)
             for (size_t k = 0; k < recs.size(); ++k) {
@@ -248,10 +259,14 @@ int runSynth(const std::vector<std::string>& args) {
                 std::fprintf(f, "%zu,%zu,%.2f,%.2f,%.2f,%.2f,%d,%s\n", k + 1, s, t.heartRate, t.breathRate,
                              t.targetHeartRate, t.targetBreathRate, t.posture, activityName(t.activity));
             }
-        if (std::fclose(f) != 0) {
-            std::fprintf(stderr, "rtmonitor synth: %s: write failed\n", path.c_str());
+        if (!truthFile.commit(error)) {
+            std::fprintf(stderr, "rtmonitor synth: %s: %s\n", path.c_str(), error.c_str());
             return kExitInput;
         }
+    }
+    if (!frameFile.commit(error)) {
+        std::fprintf(stderr, "rtmonitor synth: %s: %s\n", out.c_str(), error.c_str());
+        return kExitInput;
     }
     std::fprintf(stderr, "rtmonitor synth: wrote %zu frames (%lld device%s, %d s) to %s\n", frames.size(), devices,
                  devices == 1 ? "" : "s", r.minutes * 60, out.c_str());

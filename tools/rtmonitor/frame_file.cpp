@@ -38,11 +38,11 @@ ParamsIn decodeFrame(const unsigned char* bytes) {
 }
 
 FrameReader::~FrameReader() {
-    if (file_ != nullptr) std::fclose(file_);
+    if (file_ != nullptr && file_ != stdin) std::fclose(file_);
 }
 
 bool FrameReader::open(const std::string& path) {
-    file_ = std::fopen(path.c_str(), "rb");
+    file_ = path == "-" ? stdin : std::fopen(path.c_str(), "rb");
     if (file_ == nullptr) {
         error_ = std::strerror(errno);
         return false;
@@ -78,24 +78,13 @@ FrameReader::Result FrameReader::next(ParamsIn& frame) {
     return Result::Incomplete;
 }
 
-bool writeFrameFile(const std::string& path, const std::vector<ParamsIn>& frames, std::string& error) {
-    std::FILE* f = std::fopen(path.c_str(), "wb");
-    if (f == nullptr) {
-        error = std::strerror(errno);
-        return false;
-    }
+bool writeFrames(std::FILE* f, const std::vector<ParamsIn>& frames) {
     unsigned char bytes[kFrameBytes];
-    bool ok = true;
     for (const ParamsIn& frame : frames) {
         encodeFrame(frame, bytes);
-        if (std::fwrite(bytes, 1, kFrameBytes, f) != kFrameBytes) {
-            ok = false;
-            break;
-        }
+        if (std::fwrite(bytes, 1, kFrameBytes, f) != kFrameBytes) return false;
     }
-    if (std::fclose(f) != 0) ok = false;
-    if (!ok) error = std::strerror(errno);
-    return ok;
+    return true;
 }
 
 }  // namespace rtmtool

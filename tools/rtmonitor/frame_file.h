@@ -28,7 +28,8 @@ public:
     FrameReader(const FrameReader&) = delete;
     FrameReader& operator=(const FrameReader&) = delete;
 
-    // False with error() set when the file cannot be opened (or is a directory).
+    // False with error() set when the file cannot be opened (or is a directory); "-" reads
+    // standard input.
     bool open(const std::string& path);
     // Frame: `frame` holds the next record. End: clean end of file. Incomplete: the file ends
     // inside a record (its offset is offset()). Error: a read failed (error() says why).
@@ -47,7 +48,8 @@ private:
     std::string error_;
 };
 
-// Writes the frames in order; false with `error` set on failure.
-bool writeFrameFile(const std::string& path, const std::vector<ParamsIn>& frames, std::string& error);
+// Writes the frames in order to an open file (see output_file.h for making one safely); false
+// when a write fails.
+bool writeFrames(std::FILE* f, const std::vector<ParamsIn>& frames);
 
 }  // namespace rtmtool

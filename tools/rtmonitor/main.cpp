@@ -8,6 +8,7 @@
 #include <cstring>
 
 #include "cli.h"
+#include "rtmonitor.h"
 
 namespace rtmtool {
 
@@ -37,17 +38,25 @@ const char* const kSynthUsage =
     "  --truth FILE      also write the generator's truth per device and second as CSV\n";
 
 const char* const kReplayUsage =
-    "usage: rtmonitor replay FILE.frames [--out RESULTS.csv] [--waves] [--report FILE.html] [--at SECONDS]\n"
+    "usage: rtmonitor replay FILE.frames|RECORD [--out RESULTS.csv] [--waves] [--report FILE.html]\n"
+    "                        [--at SECONDS] [--reference REF.csv]\n"
     "\n"
-    "Runs every frame of a frame file through the library (devices are registered as they first\n"
-    "appear) and writes one CSV row per frame: frame,device,seq,heart_rate,heart_status,\n"
-    "breath_rate,breath_state,posture,movement_mean,movement_max.\n"
+    "Runs every frame of a frame file (- reads standard input) through the library (devices are\n"
+    "registered as they first appear) and writes one CSV row per frame: frame,device,seq,\n"
+    "heart_rate,heart_status,breath_rate,breath_state,posture,movement_mean,movement_max.\n"
+    "A recording (.hea, .edf, .bdf) is converted as `rtmonitor import` does, with its options\n"
+    "--ecg, --resp, --acc, --device.\n"
+    "Outputs are checked before the replay starts, never overwrite the input, and appear only\n"
+    "when complete. A file that does not look like a recording draws a warning.\n"
     "\n"
     "  --out FILE        write the CSV there instead of standard output\n"
     "  --waves           add the waveform columns heart_wave_0..199, breath_display1_0..24,\n"
     "                    breath_display0_0..24, movement_0..24\n"
     "  --report FILE     also write an HTML report with plots, one section per device\n"
-    "  --at SECONDS      start of the waveform stretch in the report (default 60)\n";
+    "  --at SECONDS      start of the waveform stretch in the report (default 60)\n"
+    "  --reference FILE  reference rates drawn over the library's in the report: CSV with a time\n"
+    "                    column (frame, second, time or time_s), hr_ref_bpm/heart_rate/hr and/or\n"
+    "                    br_ref_bpm/breath_rate/br, optionally device\n";
 
 namespace {
 
@@ -57,11 +66,15 @@ const char* const kMainUsage =
     "commands:\n"
     "  demo     run a synthetic recording through the library and compare with its truth\n"
     "  synth    write a synthetic recording as a frame file\n"
-    "  replay   analyse a frame file into per-frame CSV and an optional HTML report\n"
-    "  publish  send a frame file to the worker service (rtmonitor-serve) over NATS\n"
-    "  subscribe  print the worker service's results as they come\n"
+    "  replay   analyse a frame file or a recording into per-frame CSV and an optional HTML report\n"
+    "  import   convert a recording (WFDB, EDF, BDF) into a frame file\n"
+    "  evaluate score the library's rates on a recording against its reference annotations\n"
+    "  meter    run the heart-rate meter test set and judge each scenario\n"
+    "  publish  send a frame file or a recording to the worker service (rtmonitor-serve) over NATS\n"
+    "  subscribe print the worker service's results as they come\n"
     "\n"
-    "`rtmonitor COMMAND --help` describes each command. Exit status: 0 success, 1 input error,\n"
+    "`rtmonitor COMMAND --help` describes each command; `rtmonitor --version` prints the library\n"
+    "version. Exit status: 0 success, 1 input error,\n"
     "2 usage error.\n";
 
 }  // namespace
@@ -122,6 +135,22 @@ bool parseInteger(const std::string& text, long long lo, long long hi, long long
     return true;
 }
 
+bool parseAt(const ParsedArgs& p, int& at, std::string& error) {
+    const auto it = p.values.find("--at");
+    if (it == p.values.end()) return true;
+    long long v = 0;
+    if (parseInteger(it->second, 0, 1000000000LL, v)) {
+        at = static_cast<int>(v);
+        return true;
+    }
+    long long magnitude = 0;
+    if (it->second.size() > 1 && it->second[0] == '-' && parseInteger(it->second.substr(1), 0, 1000000000LL, magnitude))
+        error = "--at must be 0 or more seconds from the start of the recording, not " + it->second;
+    else
+        error = "--at needs a whole number of seconds from 0 to 1000000000, not '" + it->second + "'";
+    return false;
+}
+
 int usageError(const std::string& command, const std::string& error, const char* usage) {
     std::fprintf(stderr, "rtmonitor %s: %s\n\n%s", command.c_str(), error.c_str(), usage);
     return kExitUsage;
@@ -141,9 +170,16 @@ int main(int argc, char** argv) {
         std::fputs(kMainUsage, stdout);
         return kExitOk;
     }
+    if (command == "--version" || command == "version") {
+        std::printf("rtmonitor %s\n", rtm_version());
+        return kExitOk;
+    }
     if (command == "demo") return runDemo(args);
     if (command == "synth") return runSynth(args);
     if (command == "replay") return runReplay(args);
+    if (command == "import") return runImport(args);
+    if (command == "evaluate") return runEvaluate(args);
+    if (command == "meter") return runMeter(args);
     if (command == "publish") return runPublish(args);
     if (command == "subscribe") return runSubscribe(args);
     std::fprintf(stderr, "rtmonitor: unknown command '%s'\n\n%s", command.c_str(), kMainUsage);

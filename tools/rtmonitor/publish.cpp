@@ -6,22 +6,24 @@
 #include <atomic>
 #include <chrono>
 #include <cinttypes>
+#include <cmath>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
-#include <cmath>
 #include <map>
 #include <queue>
 #include <thread>
 
 #include "cli.h"
+#include "record_source.h"
 
 namespace rtmtool {
 
 const char* const kPublishUsage =
-    "usage: rtmonitor publish FILE.frames [--rate real|max] [--server URL] [--copies K]\n"
+    "usage: rtmonitor publish FILE.frames|RECORD [--rate real|max] [--server URL] [--copies K]\n"
+    "                         [--ecg LABEL] [--resp LABEL] [--acc X,Y,Z] [--device ID]\n"
     "\n"
-    "Sends every frame of a frame file to the rtmonitor worker service: frame by frame on\n"
+    "Sends every frame of a frame file or a recording to the rtmonitor worker service: frame by frame on\n"
     "rtm.frames.<device id>, each stored once by the frames stream (a frame sent again within the\n"
     "duplicate window, identified by device and frame sequence, is dropped). Set the service up\n"
     "first (rtmonitor-serve --setup; see docs/serving.md).\n"
@@ -30,7 +32,8 @@ const char* const kPublishUsage =
     "  --rate max        as fast as the server takes them (default)\n"
     "  --server URL      NATS server (default nats://127.0.0.1:4222)\n"
     "  --copies K        send the recording as K devices per device of the file, 1..100000:\n"
-    "                    copy c of device d has id d + 1000000*c (default 1)\n";
+    "                    copy c of device d has id d + 1000000*c (default 1)\n"
+    "\n" RTM_RECORDING_OPTIONS_USAGE;
 
 const char* const kSubscribeUsage =
     "usage: rtmonitor subscribe [--server URL] [--device ID] [--count N] [--quiet]\n"
@@ -88,14 +91,15 @@ int64_t nowNs() {
 int publishFrames(const std::vector<std::string>& args) {
     ParsedArgs p;
     std::string error;
-    if (!parseArgs(args, {"--rate", "--server", "--copies"}, {}, p, error))
+    if (!parseArgs(args, {"--rate", "--server", "--copies", "--ecg", "--resp", "--acc", "--device"}, {}, p, error))
         return usageError("publish", error, kPublishUsage);
     if (p.help) {
         std::fputs(kPublishUsage, stdout);
         return kExitOk;
     }
     if (p.positional.size() != 1)
-        return usageError("publish", p.positional.empty() ? "no frame file given" : "more than one frame file given",
+        return usageError("publish",
+                          p.positional.empty() ? "no frame file or recording given" : "more than one input given",
                           kPublishUsage);
     const std::string rate = p.values.count("--rate") ? p.values["--rate"] : "max";
     if (rate != "real" && rate != "max")
@@ -106,9 +110,23 @@ int publishFrames(const std::vector<std::string>& args) {
                           kPublishUsage);
     const std::string url = p.values.count("--server") ? p.values["--server"] : "nats://127.0.0.1:4222";
     const std::string path = p.positional[0];
+    SourceOptions recordingOptions;
+    if (!sourceOptionsFrom(p.values, recordingOptions, error)) return usageError("publish", error, kPublishUsage);
+
+    // A recording is converted into a temporary frame file first, then sent like any other.
+    std::string framePath = path;
+    TemporaryFrames converted;
+    if (isRecordingPath(path)) {
+        RecordSource source;
+        if (!source.open(path, recordingOptions, error) || !converted.write(source, path, error)) {
+            std::fprintf(stderr, "rtmonitor publish: %s\n", error.c_str());
+            return kExitInput;
+        }
+        framePath = converted.path();
+    }
 
     FrameReader reader;
-    if (!reader.open(path)) {
+    if (!reader.open(framePath)) {
         std::fprintf(stderr, "rtmonitor publish: %s: cannot open: %s\n", path.c_str(), reader.error().c_str());
         return kExitInput;
     }
@@ -166,23 +184,30 @@ int publishFrames(const std::vector<std::string>& args) {
         bool operator<(const Timed& o) const { return at > o.at; }
     };
     std::priority_queue<Timed> queue;
-    std::map<int32_t, std::pair<uint64_t, double>> paced;  // per device: frames so far, phase
+    std::map<int32_t, std::pair<uint64_t, double> > paced;  // per device: frames so far, phase
     Clock::time_point lastAt = start;
     FrameReader::Result r = FrameReader::Result::Frame;
     ParamsIn frame;
     while (!gInterrupted.load()) {
-        const bool readMore = r == FrameReader::Result::Frame && (queue.empty() || lastAt <= Clock::now() + std::chrono::seconds(1));
+        const bool readMore =
+            r == FrameReader::Result::Frame && (queue.empty() || lastAt <= Clock::now() + std::chrono::seconds(1));
         if (readMore && (r = reader.next(frame)) == FrameReader::Result::Frame) {
             for (long long c = 0; c < copies; ++c) {
                 ParamsIn f = frame;
-                f.nDeviceId = static_cast<int32_t>(static_cast<uint32_t>(frame.nDeviceId) + static_cast<uint32_t>(c * 1000000));
+                f.nDeviceId =
+                    static_cast<int32_t>(static_cast<uint32_t>(frame.nDeviceId) + static_cast<uint32_t>(c * 1000000));
                 if (rate == "max") {
                     if (const int status = send(f)) return status;
                     continue;
                 }
                 auto it = paced.find(f.nDeviceId);
                 if (it == paced.end())
-                    it = paced.emplace(f.nDeviceId, std::make_pair(uint64_t{0}, std::fmod(static_cast<double>(paced.size()) * 0.6180339887498949, 1.0))).first;
+                    it = paced
+                             .emplace(
+                                 f.nDeviceId,
+                                 std::make_pair(uint64_t{0},
+                                                std::fmod(static_cast<double>(paced.size()) * 0.6180339887498949, 1.0)))
+                             .first;
                 const double at = static_cast<double>(it->second.first++) + it->second.second;
                 lastAt = start + std::chrono::microseconds(static_cast<int64_t>(at * 1e6));
                 queue.push({lastAt, f});
@@ -230,7 +255,8 @@ int subscribeResults(const std::vector<std::string>& args) {
         std::fputs(kSubscribeUsage, stdout);
         return kExitOk;
     }
-    if (!p.positional.empty()) return usageError("subscribe", "unexpected argument " + p.positional[0], kSubscribeUsage);
+    if (!p.positional.empty())
+        return usageError("subscribe", "unexpected argument " + p.positional[0], kSubscribeUsage);
     long long count = 0, device = 0;
     if (p.values.count("--count") && !parseInteger(p.values["--count"], 1, 1LL << 62, count))
         return usageError("subscribe", "--count needs a positive whole number", kSubscribeUsage);

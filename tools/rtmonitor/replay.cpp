@@ -1,61 +1,109 @@
 // The `replay` command: every complete frame of a frame file through the library, in file order,
-// one CSV row each, plus an optional HTML report. Input problems (unreadable, empty, truncated,
-// too many devices) are reported with the byte offset concerned and exit status 1, after all
-// complete frames before the problem have been analysed and written.
-#include <cerrno>
+// one CSV row each, plus an optional HTML report. Outputs are checked before the replay starts
+// and written through temporary files, so the input is never overwritten and a failure leaves
+// no partial file. Input problems (unreadable, empty, truncated, too many devices) are reported
+// with the byte offset concerned and exit status 1, after all complete frames before the problem
+// have been analysed and written; a file that does not look like frames draws warnings.
 #include <cinttypes>
+#include <cmath>
 #include <cstdio>
-#include <cstring>
 #include <string>
 
+#include "classes.h"
 #include "cli.h"
+#include "frame_doubts.h"
 #include "frame_file.h"
 #include "host.h"
+#include "output_file.h"
 #include "progress.h"
+#include "record_source.h"
+#include "reference.h"
 #include "report.h"
 
 namespace rtmtool {
+namespace {
+
+void printReplayHelp() {
+    std::fputs(kReplayUsage, stdout);
+    std::printf("\nCodes in the CSV and the report:\n  heart_status  %s\n  breath_state  %s\n  posture       %s\n",
+                codeList(kHeartStatusNames).c_str(), codeList(kBreathStateNames).c_str(),
+                codeList(kPostureNames).c_str());
+}
+
+int fail(const std::string& message) {
+    std::fprintf(stderr, "rtmonitor replay: %s\n", message.c_str());
+    return kExitInput;
+}
+
+}  // namespace
 
 int runReplay(const std::vector<std::string>& args) {
     ParsedArgs p;
     std::string error;
-    if (!parseArgs(args, {"--out", "--report", "--at"}, {"--waves"}, p, error))
+    if (!parseArgs(args, {"--out", "--report", "--at", "--reference", "--ecg", "--resp", "--acc", "--device"},
+                   {"--waves"}, p, error))
         return usageError("replay", error, kReplayUsage);
     if (p.help) {
-        std::fputs(kReplayUsage, stdout);
+        printReplayHelp();
         return kExitOk;
     }
     if (p.positional.size() != 1)
         return usageError("replay", p.positional.empty() ? "no frame file given" : "more than one frame file given",
                           kReplayUsage);
-    long long at = 60;
-    if (p.values.count("--at") && !parseInteger(p.values["--at"], 0, 1000000000LL, at))
-        return usageError("replay", "--at needs a whole number of seconds, not '" + p.values["--at"] + "'",
-                          kReplayUsage);
+    int at = 60;
+    if (!parseAt(p, at, error)) return usageError("replay", error, kReplayUsage);
     const std::string path = p.positional[0];
+    const std::string shownPath = path == "-" ? "standard input" : path;
     const bool waves = p.flags.count("--waves") > 0;
+    const bool toFile = p.values.count("--out") > 0;
+    const bool wantReport = p.values.count("--report") > 0;
+
+    std::vector<std::pair<std::string, std::string>> outputs;
+    if (toFile) outputs.emplace_back("--out", p.values["--out"]);
+    if (wantReport) outputs.emplace_back("--report", p.values["--report"]);
+    std::vector<std::string> inputs{path};
+    if (p.values.count("--reference")) inputs.push_back(p.values["--reference"]);
+
+    // A recording is converted into a temporary frame file first, then replayed like any other.
+    SourceOptions recordingOptions;
+    if (!sourceOptionsFrom(p.values, recordingOptions, error)) return usageError("replay", error, kReplayUsage);
+    std::string framePath = path;
+    TemporaryFrames converted;
+    const bool recording = isRecordingPath(path);
+    if (recording) {
+        RecordSource source;
+        if (!source.open(path, recordingOptions, error)) return fail(error);
+        const std::vector<std::string> files = source.reader().inputFiles();
+        inputs.insert(inputs.end(), files.begin(), files.end());
+        if (!checkOutputs(inputs, outputs, error)) return fail(error + "; nothing was written");
+        if (!converted.write(source, path, error)) return fail(error);
+        framePath = converted.path();
+    }
 
     FrameReader reader;
-    if (!reader.open(path)) {
-        std::fprintf(stderr, "rtmonitor replay: %s: cannot open: %s\n", path.c_str(), reader.error().c_str());
-        return kExitInput;
+    if (!reader.open(framePath)) return fail(shownPath + ": cannot open: " + reader.error());
+    if (!recording && !checkOutputs(inputs, outputs, error)) return fail(error + "; nothing was written");
+
+    std::map<int64_t, RateReference> references;
+    if (p.values.count("--reference")) {
+        const std::string& refPath = p.values["--reference"];
+        if (!wantReport) return usageError("replay", "--reference is drawn in the report: add --report FILE.html",
+                                           kReplayUsage);
+        if (!readReference(refPath, references, error)) return fail(refPath + ": " + error);
     }
+
+    OutputFile csvFile;
     std::FILE* csv = stdout;
-    const bool toFile = p.values.count("--out") > 0;
     if (toFile) {
-        csv = std::fopen(p.values["--out"].c_str(), "w");
-        if (csv == nullptr) {
-            std::fprintf(stderr, "rtmonitor replay: %s: cannot write: %s\n", p.values["--out"].c_str(),
-                         std::strerror(errno));
-            return kExitInput;
-        }
+        if (!csvFile.open(p.values["--out"], error)) return fail(p.values["--out"] + ": cannot write: " + error);
+        csv = csvFile.file();
     }
     writeCsvHeader(csv, waves);
 
-    const bool wantReport = p.values.count("--report") > 0;
-    Report report("rtmonitor replay: " + path, static_cast<int>(at));
+    Report report("rtmonitor replay: " + shownPath, at);
     Host host;
-    Progress progress("replaying " + path, reader.size());
+    FrameDoubts doubts;
+    Progress progress("replaying " + shownPath, reader.size());
     std::vector<std::string> problems;
     uint64_t frames = 0, analysed = 0, skipped = 0;
     ParamsIn in;
@@ -64,20 +112,22 @@ int runReplay(const std::vector<std::string>& args) {
         const uint64_t offset = reader.offset();
         const FrameReader::Result r = reader.next(in);
         if (r == FrameReader::Result::End) {
-            if (frames == 0) problems.push_back(path + ": empty file, no frames to replay");
+            if (frames == 0) problems.push_back(shownPath + ": empty file, no frames to replay");
             break;
         }
         if (r == FrameReader::Result::Incomplete) {
-            problems.push_back(path + ": incomplete record at byte offset " + std::to_string(offset) + " (" +
+            problems.push_back(shownPath + ": incomplete record at byte offset " + std::to_string(offset) + " (" +
                                std::to_string(reader.partialBytes()) + " of " + std::to_string(kFrameBytes) +
                                " bytes); the " + std::to_string(frames) + " complete frames before it were replayed");
             break;
         }
         if (r == FrameReader::Result::Error) {
-            problems.push_back(path + ": read error at byte offset " + std::to_string(offset) + ": " + reader.error() +
-                               "; the " + std::to_string(frames) + " complete frames before it were replayed");
+            problems.push_back(shownPath + ": read error at byte offset " + std::to_string(offset) + ": " +
+                               reader.error() + "; the " + std::to_string(frames) +
+                               " complete frames before it were replayed");
             break;
         }
+        doubts.add(in);
         size_t device = 0;
         if (host.process(in, out, device)) {
             writeCsvRow(csv, frames, in, out, waves);
@@ -85,7 +135,7 @@ int runReplay(const std::vector<std::string>& args) {
             ++analysed;
         } else {
             if (skipped == 0)
-                problems.push_back(path + ": more than " + std::to_string(Host::kMaxDevices) +
+                problems.push_back(shownPath + ": more than " + std::to_string(Host::kMaxDevices) +
                                    " devices; frames of further devices (the first at byte offset " +
                                    std::to_string(offset) + ", device " + std::to_string(in.nDeviceId) +
                                    ") are not analysed");
@@ -95,24 +145,33 @@ int runReplay(const std::vector<std::string>& args) {
         progress.update(reader.offset());
     }
     progress.finish();
-    if (skipped > 0) problems.push_back(path + ": " + std::to_string(skipped) + " frames not analysed");
+    if (skipped > 0) problems.push_back(shownPath + ": " + std::to_string(skipped) + " frames not analysed");
 
     int status = problems.empty() ? kExitOk : kExitInput;
+    // Doubts do not change the exit status: the file was read as asked, it may just not be frames.
+    for (const std::string& d : doubts.findings()) {
+        const std::string m = "warning: " + shownPath + " does not look like a frame file: " + d;
+        std::fprintf(stderr, "rtmonitor replay: %s\n", m.c_str());
+        report.addNote(m);
+    }
     for (const std::string& m : problems) {
         std::fprintf(stderr, "rtmonitor replay: %s\n", m.c_str());
         report.addNote(m);
     }
     if (toFile) {
-        if (std::fclose(csv) != 0) {
-            std::fprintf(stderr, "rtmonitor replay: %s: write failed\n", p.values["--out"].c_str());
-            status = kExitInput;
-        }
-    } else if (std::fflush(stdout) != 0) {
-        status = kExitInput;
+        if (!csvFile.commit(error)) status = fail(p.values["--out"] + ": " + error);
+    } else if (!finishStandardOutput(error)) {
+        status = fail(error);
     }
-    if (wantReport && !report.write(p.values["--report"], error)) {
-        std::fprintf(stderr, "rtmonitor replay: %s: cannot write: %s\n", p.values["--report"].c_str(), error.c_str());
-        status = kExitInput;
+    if (wantReport) {
+        for (int32_t id : host.deviceIds()) {
+            auto it = references.find(id);
+            if (it == references.end()) it = references.find(kEveryDevice);
+            if (it != references.end())
+                report.setReference(id, it->second.heart, it->second.breath,
+                                    "reference");
+        }
+        if (!report.write(p.values["--report"], error)) status = fail(p.values["--report"] + ": cannot write: " + error);
     }
     if (toFile || wantReport)
         std::fprintf(stderr, "rtmonitor replay: %" PRIu64 " frames of %zu device%s analysed\n", analysed,

@@ -9,10 +9,10 @@
 #include <limits>
 #include <map>
 #include <sstream>
-#include <cerrno>
-#include <cstring>
 
+#include "classes.h"
 #include "host.h"
+#include "output_file.h"
 
 namespace rtmtool {
 
@@ -60,45 +60,154 @@ std::string tickLabel(double v, double step) {
     return fmt(v, decimals);
 }
 
+// Okabe-Ito colours: told apart with every common colour-vision deficiency.
+constexpr const char* kBlack = "#000000";
+constexpr const char* kOrange = "#E69F00";
+constexpr const char* kSky = "#56B4E9";
+constexpr const char* kGreen = "#009E73";
+constexpr const char* kYellow = "#F0E442";
+constexpr const char* kBlue = "#0072B2";
+constexpr const char* kVermillion = "#D55E00";
+constexpr const char* kPurple = "#CC79A7";
+constexpr const char* kGrey = "#999999";
+constexpr const char* kPale = "#e6e6e6";
+constexpr double kFaint = 0.3;  // opacity of rates the library did not judge
+
 struct Series {
     std::string name, color;
     std::vector<double> y;  // sample k at x = x0 + k * dx
     double x0 = 0, dx = 1;
     bool dashed = false;
     double width = 1.5;
+    double opacity = 1.0;
 };
+
+const char* postureColor(int cls) {
+    static const char* const colors[] = {kPale, kOrange, kSky, kPurple, kGreen, kYellow, kBlue, kVermillion, kBlack,
+                                         kGrey};
+    return cls >= 0 && cls <= 9 ? colors[cls] : "#ff00ff";
+}
+const char* qualityColor(int code) { return code == 1 ? kGreen : code == 0 ? kPale : "#ff00ff"; }
+const char* breathStateColor(int code) {
+    return code == 1 ? kBlue : code == 0 ? kPale : code == 2 ? kOrange : "#ff00ff";
+}
+
+// A row of coloured runs of equal code over seconds 0..n, each with a tooltip naming it.
+struct CodeBand {
+    std::string key, label;
+    std::vector<int32_t> codes;
+    const CodeName* names;
+    size_t nameCount;
+    const char* (*color)(int);
+    const char* (*name)(int);
+};
+
+void drawRuns(std::ostringstream& o, const CodeBand& b, double y, double h, double seconds) {
+    const double plotW = kWidth - kLeft - kRight;
+    const double n = std::max(1.0, seconds);
+    o << "<g class=\"band\" data-band=\"" << b.key << "\">\n<text x=\"" << kLeft - 6 << "\" y=\"" << fmt(y + h - 2)
+      << "\" class=\"a\" text-anchor=\"end\">" << escape(b.label) << "</text>\n";
+    const std::vector<int32_t>& v = b.codes;
+    size_t a = 0;
+    while (a < v.size()) {
+        size_t e = a;
+        while (e < v.size() && v[e] == v[a]) ++e;
+        const int code = static_cast<int>(v[a]);
+        o << "<rect x=\"" << fmt(kLeft + plotW * static_cast<double>(a) / n) << "\" y=\"" << fmt(y) << "\" width=\""
+          << fmt(plotW * static_cast<double>(e - a) / n) << "\" height=\"" << fmt(h) << "\" fill=\"" << b.color(code)
+          << "\"><title>" << a << "-" << e << " s: " << code << " " << b.name(code) << "</title></rect>\n";
+        a = e;
+    }
+    o << "</g>\n";
+}
+
+// Swatches naming every code of a band's table, left to right from `x`; returns the end.
+double drawCodeLegend(std::ostringstream& o, const CodeBand& b, double x, double y) {
+    for (size_t i = 0; i < b.nameCount; ++i) {
+        const std::string label = std::to_string(b.names[i].code) + " " + b.names[i].name;
+        o << "<rect x=\"" << fmt(x) << "\" y=\"" << fmt(y - 10) << "\" width=\"12\" height=\"12\" fill=\""
+          << b.color(b.names[i].code) << "\" stroke=\"#888\" stroke-width=\"0.5\"/><text x=\"" << fmt(x + 16)
+          << "\" y=\"" << fmt(y) << "\" class=\"l\">" << escape(label) << "</text>\n";
+        x += 28 + 6.6 * static_cast<double>(label.size());
+    }
+    return x;
+}
+
+// Points (x, y) as polylines, broken at NaN y, values clamped to [y0, y1].
+template <class PX, class PY>
+std::string polylineMarkup(const std::vector<std::pair<double, double>>& pts, const Series& s, PX px, PY py,
+                           double y0, double y1) {
+    std::ostringstream o;
+    std::string line;
+    int count = 0;
+    double lastX = 0, lastY = 0;
+    auto flush = [&]() {
+        // A lone point would not show as a polyline; give it a hair of length.
+        if (count == 1) line += ' ' + fmt(lastX + 0.8) + ',' + fmt(lastY);
+        if (count >= 1) {
+            o << "<polyline fill=\"none\" stroke=\"" << s.color << "\" stroke-width=\"" << s.width << "\""
+              << (s.dashed ? " stroke-dasharray=\"5,3\"" : "")
+              << (s.opacity < 1 ? " stroke-opacity=\"" + fmt(s.opacity, 2) + "\"" : "") << " points=\"" << line
+              << "\"/>\n";
+        }
+        line.clear();
+        count = 0;
+    };
+    for (const auto& [x, y] : pts) {
+        if (!std::isfinite(y)) {
+            flush();
+            continue;
+        }
+        const double yc = std::clamp(y, y0, y1);
+        if (count > 0) line += ' ';
+        lastX = px(x), lastY = py(yc);
+        line += fmt(lastX) + ',' + fmt(lastY);
+        ++count;
+    }
+    flush();
+    return o.str();
+}
 
 class Plot {
 public:
+    static constexpr double kBandHeight = 12, kBandStep = 16;
+
     Plot(std::string series, int32_t device, std::string title, std::string xLabel, int height)
         : series_(std::move(series)), device_(device), title_(std::move(title)), xLabel_(std::move(xLabel)),
           height_(height) {}
 
     void add(Series s) { lines_.push_back(std::move(s)); }
+    void addBand(CodeBand b) { bands_.push_back(std::move(b)); }
     void xRange(double a, double b) { x0_ = a, x1_ = b; }
     void yRange(double a, double b) { y0_ = a, y1_ = b, fixedY_ = true; }
     void note(std::string n) { note_ = std::move(n); }
-    // Range shown when no series has a value, and the least span the axis covers otherwise.
+    // Range shown when no series has a value.
     void emptyYRange(double a, double b) { emptyLo_ = a, emptyHi_ = b; }
+    // The automatic axis spans at least `span`, its ends on multiples of `unit`: a small wobble
+    // then looks as small as it is.
+    void leastSpan(double span, double unit) { leastSpan_ = span, unit_ = unit; }
 
     std::string svg() const {
         double y0 = y0_, y1 = y1_;
         if (!fixedY_) autoY(y0, y1);
         const double plotW = kWidth - kLeft - kRight, plotH = height_ - kTop - kBottom;
+        const double extra = bands_.empty() ? 0 : kBandStep * static_cast<double>(bands_.size()) + 22;
+        const double total = height_ + extra;
         auto px = [&](double x) { return kLeft + (x - x0_) / (x1_ - x0_) * plotW; };
         auto py = [&](double y) { return kTop + (1.0 - (y - y0) / (y1 - y0)) * plotH; };
         std::ostringstream o;
         o << "<svg class=\"plot\" data-device=\"" << device_ << "\" data-series=\"" << series_
-          << "\" xmlns=\"http://www.w3.org/2000/svg\" width=\"" << kWidth << "\" height=\"" << height_
-          << "\" viewBox=\"0 0 " << kWidth << ' ' << height_ << "\">\n";
-        o << "<rect x=\"0\" y=\"0\" width=\"" << kWidth << "\" height=\"" << height_ << "\" fill=\"#fff\"/>\n";
+          << "\" xmlns=\"http://www.w3.org/2000/svg\" width=\"" << kWidth << "\" height=\"" << fmt(total)
+          << "\" viewBox=\"0 0 " << kWidth << ' ' << fmt(total) << "\">\n";
+        o << "<rect x=\"0\" y=\"0\" width=\"" << kWidth << "\" height=\"" << fmt(total) << "\" fill=\"#fff\"/>\n";
         o << "<text x=\"" << kLeft << "\" y=\"18\" class=\"t\">" << escape(title_) << "</text>\n";
         // Legend, right-aligned in the title row.
         double lx = kWidth - kRight;
         for (auto it = lines_.rbegin(); it != lines_.rend(); ++it) {
-            lx -= 8.0 * static_cast<double>(it->name.size()) + 34;
+            lx -= 6.6 * static_cast<double>(it->name.size()) + 34;
             o << "<line x1=\"" << fmt(lx) << "\" y1=\"14\" x2=\"" << fmt(lx + 20) << "\" y2=\"14\" stroke=\""
-              << it->color << "\" stroke-width=\"2\"" << (it->dashed ? " stroke-dasharray=\"5,3\"" : "")
+              << it->color << "\" stroke-width=\"2.5\"" << (it->dashed ? " stroke-dasharray=\"5,3\"" : "")
+              << (it->opacity < 1 ? " stroke-opacity=\"" + fmt(it->opacity, 2) + "\"" : "")
               << "/><text x=\"" << fmt(lx + 24) << "\" y=\"18\" class=\"l\">" << escape(it->name) << "</text>\n";
         }
         grid(o, y0, y1, px, py, plotH);
@@ -106,6 +215,13 @@ public:
         if (!note_.empty())
             o << "<text x=\"" << kLeft + plotW / 2 << "\" y=\"" << kTop + plotH / 2
               << "\" class=\"n\" text-anchor=\"middle\">" << escape(note_) << "</text>\n";
+        double by = kTop + plotH + 24;
+        for (const CodeBand& b : bands_) {
+            drawRuns(o, b, by, kBandHeight, x1_ - x0_);
+            by += kBandStep;
+        }
+        double lx2 = kLeft;
+        for (const CodeBand& b : bands_) lx2 = drawCodeLegend(o, b, lx2, by + 10) + 20;
         o << "</svg>\n";
         return o.str();
     }
@@ -119,6 +235,16 @@ private:
                 if (std::isfinite(v)) lo = std::min(lo, v), hi = std::max(hi, v);
         if (!std::isfinite(lo)) {
             lo = emptyLo_, hi = emptyHi_;
+            return;
+        }
+        if (leastSpan_ > 0) {
+            lo = std::floor(lo / unit_) * unit_;
+            hi = std::ceil(hi / unit_) * unit_;
+            if (hi - lo < leastSpan_) {
+                const double mid = 0.5 * (lo + hi);
+                lo = std::max(0.0, std::floor((mid - leastSpan_ / 2) / unit_ + 0.5) * unit_);
+                hi = std::max(hi, lo + leastSpan_);
+            }
             return;
         }
         if (hi - lo < 1e-9) lo -= 1, hi += 1;
@@ -137,13 +263,14 @@ private:
         const double xs = niceStep(x1_ - x0_, 10);
         for (double v = std::ceil(x0_ / xs) * xs; v <= x1_ + 1e-9; v += xs) {
             o << "<line y1=\"" << kTop << "\" y2=\"" << fmt(kTop + plotH) << "\" x1=\"" << fmt(px(v))
-              << "\" x2=\"" << fmt(px(v)) << "\" class=\"g\"/><text y=\"" << fmt(kTop + plotH + 16)
+              << "\" x2=\"" << fmt(px(v)) << "\" class=\"g\"/><text y=\"" << fmt(kTop + plotH + 14)
               << "\" x=\"" << fmt(px(v)) << "\" class=\"a\" text-anchor=\"middle\">" << tickLabel(v, xs)
               << "</text>\n";
         }
         o << "<rect x=\"" << kLeft << "\" y=\"" << kTop << "\" width=\"" << kWidth - kLeft - kRight
           << "\" height=\"" << fmt(plotH) << "\" class=\"f\"/>\n";
-        o << "<text x=\"" << kWidth - kRight << "\" y=\"" << height_ - 2 << "\" class=\"a\" text-anchor=\"end\">"
+        // The axis name sits left of the tick row, where nothing else is drawn.
+        o << "<text x=\"" << kLeft - 12 << "\" y=\"" << fmt(kTop + plotH + 14) << "\" class=\"a\" text-anchor=\"end\">"
           << escape(xLabel_) << "</text>\n";
     }
 
@@ -175,31 +302,7 @@ private:
                 if (second != first) pts.emplace_back(s.x0 + s.dx * static_cast<double>(second), s.y[second]);
             }
         }
-        std::string line;
-        int count = 0;
-        auto flush = [&]() {
-            if (count >= 1) {
-                o << "<polyline fill=\"none\" stroke=\"" << s.color << "\" stroke-width=\"" << s.width << "\""
-                  << (s.dashed ? " stroke-dasharray=\"5,3\"" : "") << " points=\"" << line << "\"/>\n";
-            }
-            line.clear();
-            count = 0;
-        };
-        for (const auto& [x, y] : pts) {
-            if (!std::isfinite(y)) {
-                flush();
-                continue;
-            }
-            const double yc = std::clamp(y, y0, y1);
-            if (count > 0) line += ' ';
-            line += fmt(px(x)) + ',' + fmt(py(yc));
-            ++count;
-            if (count == 1) {
-                // A lone point would not show as a polyline; give it a hair of length.
-                line += ' ' + fmt(px(x) + 0.8) + ',' + fmt(py(yc));
-            }
-        }
-        flush();
+        o << polylineMarkup(pts, s, px, py, y0, y1);
     }
 
     std::string series_;
@@ -207,22 +310,18 @@ private:
     std::string title_, xLabel_;
     int height_;
     std::vector<Series> lines_;
+    std::vector<CodeBand> bands_;
     double x0_ = 0, x1_ = 1, y0_ = 0, y1_ = 1;
     bool fixedY_ = false;
     double emptyLo_ = 0, emptyHi_ = 1;
+    double leastSpan_ = 0, unit_ = 1;
     std::string note_;
 };
-
-const char* postureColor(int cls) {
-    static const char* const colors[] = {"#d0d0d0", "#2e7d32", "#1565c0", "#6a1b9a", "#00897b",
-                                         "#ef6c00", "#f9a825", "#c62828", "#4e342e", "#9e9e9e"};
-    return cls >= 0 && cls <= 9 ? colors[cls] : "#000000";
-}
 
 // Posture as coloured runs of equal class: one band for the library, one for the truth if any.
 std::string posturePlot(int32_t device, const std::vector<int32_t>& reported, const std::vector<int>* truth) {
     const int bands = truth ? 2 : 1;
-    const int height = kTop + 34 * bands + kBottom + 26;
+    const int height = kTop + 34 * bands + 20 + 22;
     const double plotW = kWidth - kLeft - kRight;
     const double n = std::max<double>(1.0, static_cast<double>(reported.size()));
     std::ostringstream o;
@@ -231,42 +330,114 @@ std::string posturePlot(int32_t device, const std::vector<int32_t>& reported, co
       << "\" viewBox=\"0 0 " << kWidth << ' ' << height << "\">\n";
     o << "<rect x=\"0\" y=\"0\" width=\"" << kWidth << "\" height=\"" << height << "\" fill=\"#fff\"/>\n";
     o << "<text x=\"" << kLeft << "\" y=\"18\" class=\"t\">Posture class per second</text>\n";
-    std::map<int, bool> seen;
-    auto band = [&](const auto& v, int row, const char* label) {
-        const double y = kTop + 34.0 * row;
-        o << "<text x=\"" << kLeft - 6 << "\" y=\"" << fmt(y + 19) << "\" class=\"a\" text-anchor=\"end\">" << label
-          << "</text>\n";
-        size_t a = 0;
-        while (a < v.size()) {
-            size_t b = a;
-            while (b < v.size() && v[b] == v[a]) ++b;
-            const int cls = static_cast<int>(v[a]);
-            seen[cls] = true;
-            o << "<rect x=\"" << fmt(kLeft + plotW * static_cast<double>(a) / n) << "\" y=\"" << fmt(y)
-              << "\" width=\"" << fmt(plotW * static_cast<double>(b - a) / n) << "\" height=\"28\" fill=\""
-              << postureColor(cls) << "\"><title>" << a << "-" << b << " s: " << cls << " " << postureName(cls)
-              << "</title></rect>\n";
-            a = b;
-        }
-    };
-    band(reported, 0, "library");
-    if (truth) band(*truth, 1, "expected");
+    CodeBand lib{"posture", "library", reported, kPostureNames, 10, postureColor, postureName};
+    drawRuns(o, lib, kTop, 28, n);
+    if (truth) {
+        CodeBand exp{"posture-expected", "expected", std::vector<int32_t>(truth->begin(), truth->end()),
+                     kPostureNames, 10, postureColor, postureName};
+        drawRuns(o, exp, kTop + 34, 28, n);
+    }
     const double axisY = kTop + 34.0 * bands;
     const double xs = niceStep(n, 10);
     for (double v = 0; v <= n + 1e-9; v += xs)
-        o << "<text y=\"" << fmt(axisY + 12) << "\" x=\"" << fmt(kLeft + plotW * v / n)
+        o << "<text y=\"" << fmt(axisY + 10) << "\" x=\"" << fmt(kLeft + plotW * v / n)
           << "\" class=\"a\" text-anchor=\"middle\">" << tickLabel(v, xs) << "</text>\n";
+    o << "<text x=\"" << kLeft - 12 << "\" y=\"" << fmt(axisY + 10)
+      << "\" class=\"a\" text-anchor=\"end\">time (s)</text>\n";
+    // Only the classes that occur, so the legend fits one row.
+    std::map<int, bool> seen;
+    for (int32_t c : reported) seen[c] = true;
+    if (truth)
+        for (int c : *truth) seen[c] = true;
     double lx = kLeft;
     for (const auto& [cls, unused] : seen) {
         (void)unused;
         const std::string label = std::to_string(cls) + " " + postureName(cls);
-        o << "<rect x=\"" << fmt(lx) << "\" y=\"" << fmt(axisY + 22) << "\" width=\"12\" height=\"12\" fill=\""
-          << postureColor(cls) << "\"/><text x=\"" << fmt(lx + 16) << "\" y=\"" << fmt(axisY + 32)
-          << "\" class=\"l\">" << escape(label) << "</text>\n";
-        lx += 30 + 7.5 * static_cast<double>(label.size());
+        o << "<rect x=\"" << fmt(lx) << "\" y=\"" << fmt(axisY + 20) << "\" width=\"12\" height=\"12\" fill=\""
+          << postureColor(cls) << "\" stroke=\"#888\" stroke-width=\"0.5\"/><text x=\"" << fmt(lx + 16) << "\" y=\""
+          << fmt(axisY + 30) << "\" class=\"l\">" << escape(label) << "</text>\n";
+        lx += 28 + 6.6 * static_cast<double>(label.size());
     }
-    o << "<text x=\"" << kWidth - kRight << "\" y=\"" << height - 2
-      << "\" class=\"a\" text-anchor=\"end\">time (s)</text>\n";
+    o << "</svg>\n";
+    return o.str();
+}
+
+// The ECG as on paper: 25 mm/s and 10 mm/mV on a 1 mm (40 ms, 0.1 mV) grid with 5 mm major
+// lines, in rows of five seconds. Input counts are 512 + 200 per mV.
+constexpr double kCountsPerMv = 200, kEcgZero = 512;
+constexpr int kEcgRowSeconds = 5;
+constexpr double kPxPerMm = (kWidth - kLeft - kRight) / (kEcgRowSeconds * 25.0);
+
+double toMv(int32_t counts) { return (counts - kEcgZero) / kCountsPerMv; }
+
+std::string ecgPlot(int32_t device, const std::vector<double>& input, const std::vector<double>& display,
+                    double s0, double seconds, bool anyDisplay) {
+    // Rows span the stretch's range rounded out to 0.5 mV, at least 2 mV, at most 6 mV (clipped).
+    double lo = 0, hi = 0;
+    for (const std::vector<double>* v : {&input, &display})
+        for (double y : *v)
+            if (std::isfinite(y)) lo = std::min(lo, y), hi = std::max(hi, y);
+    lo = std::max(-3.0, std::floor(lo * 2) / 2);
+    hi = std::min(3.0, std::ceil(hi * 2) / 2);
+    if (hi - lo < 2) hi = lo + 2;
+    const double rowH = (hi - lo) * 10 * kPxPerMm;
+    const int rows = std::max(1, static_cast<int>(std::ceil(seconds / kEcgRowSeconds - 1e-9)));
+    const double rowStep = rowH + 22;
+    const double total = kTop + rowStep * rows + 8;
+    const double delay = Report::kDisplayDelayMs / 1000.0;
+    std::ostringstream o;
+    o << "<svg class=\"plot\" data-device=\"" << device << "\" data-series=\"ecg\" "
+      << "xmlns=\"http://www.w3.org/2000/svg\" width=\"" << kWidth << "\" height=\"" << fmt(total)
+      << "\" viewBox=\"0 0 " << kWidth << ' ' << fmt(total) << "\">\n";
+    o << "<rect x=\"0\" y=\"0\" width=\"" << kWidth << "\" height=\"" << fmt(total) << "\" fill=\"#fff\"/>\n";
+    o << "<text x=\"" << kLeft << "\" y=\"18\" class=\"t\">ECG (mV), 25 mm/s, 10 mm/mV</text>\n";
+    o << "<line x1=\"" << kWidth - kRight - 430 << "\" y1=\"14\" x2=\"" << kWidth - kRight - 410
+      << "\" y2=\"14\" stroke=\"" << kBlack << "\" stroke-width=\"2\"/><text x=\"" << kWidth - kRight - 406
+      << "\" y=\"18\" class=\"l\">input</text>\n";
+    if (anyDisplay)
+        o << "<line x1=\"" << kWidth - kRight - 360 << "\" y1=\"14\" x2=\"" << kWidth - kRight - 340
+          << "\" y2=\"14\" stroke=\"" << kBlue << "\" stroke-width=\"2\"/><text x=\"" << kWidth - kRight - 336
+          << "\" y=\"18\" class=\"l\">library display, drawn " << Report::kDisplayDelayMs
+          << " ms earlier (its delay)</text>\n";
+    const double mm = kPxPerMm;
+    for (int r = 0; r < rows; ++r) {
+        const double top = kTop + rowStep * r;
+        const double t0 = s0 + kEcgRowSeconds * r;
+        const double rowW = kEcgRowSeconds * 25 * mm;
+        o << "<g class=\"ecg-grid\">\n";
+        const int hLines = static_cast<int>(std::lround((hi - lo) * 10));
+        for (int k = 0; k <= hLines; ++k)
+            o << "<line x1=\"" << kLeft << "\" x2=\"" << fmt(kLeft + rowW) << "\" y1=\"" << fmt(top + k * mm)
+              << "\" y2=\"" << fmt(top + k * mm) << "\" class=\"" << (k % 5 == 0 ? "em" : "ei") << "\"/>\n";
+        for (int k = 0; k <= kEcgRowSeconds * 25; ++k)
+            o << "<line y1=\"" << fmt(top) << "\" y2=\"" << fmt(top + rowH) << "\" x1=\"" << fmt(kLeft + k * mm)
+              << "\" x2=\"" << fmt(kLeft + k * mm) << "\" class=\"" << (k % 5 == 0 ? "em" : "ei") << "\"/>\n";
+        o << "</g>\n";
+        for (int k = 0; k <= hLines; k += 5)
+            o << "<text x=\"" << kLeft - 6 << "\" y=\"" << fmt(top + k * mm + 4) << "\" class=\"a\" text-anchor=\"end\">"
+              << tickLabel(hi - k / 10.0, 0.5) << "</text>\n";
+        for (int sec = 0; sec <= kEcgRowSeconds; ++sec)
+            o << "<text y=\"" << fmt(top + rowH + 14) << "\" x=\"" << fmt(kLeft + sec * 25 * mm)
+              << "\" class=\"a\" text-anchor=\"middle\">" << tickLabel(t0 + sec, 1) << "</text>\n";
+        o << "<text x=\"" << kLeft - 12 << "\" y=\"" << fmt(top + rowH + 14)
+          << "\" class=\"a\" text-anchor=\"end\">time (s)</text>\n";
+        auto px = [&](double t) { return kLeft + (t - t0) * 25 * mm; };
+        auto py = [&](double v) { return top + (hi - v) * 10 * mm; };
+        auto trace = [&](const std::vector<double>& v, double shift, const char* color, double width) {
+            std::vector<std::pair<double, double>> pts;
+            for (size_t k = 0; k < v.size(); ++k) {
+                const double t = s0 + static_cast<double>(k) / 200.0 - shift;
+                if (t >= t0 - 1e-9 && t <= t0 + kEcgRowSeconds + 1e-9) pts.emplace_back(t, v[k]);
+            }
+            Series s{"", color, {}, 0, 1, false, width};
+            o << polylineMarkup(pts, s, px, py, lo, hi);
+        };
+        trace(input, 0, kBlack, 1.1);
+        if (anyDisplay) trace(display, delay, kBlue, 1.1);
+    }
+    if (!anyDisplay)
+        o << "<text x=\"" << kWidth - kRight << "\" y=\"18\" class=\"n\" text-anchor=\"end\">the library wrote no "
+          << "display waveform here</text>\n";
     o << "</svg>\n";
     return o.str();
 }
@@ -275,6 +446,14 @@ std::vector<double> rateSeries(const std::vector<int32_t>& v) {
     // 0 means "no rate"; leave a gap rather than a plunge to zero.
     std::vector<double> r(v.size());
     for (size_t i = 0; i < v.size(); ++i) r[i] = v[i] > 0 ? v[i] : kNaN;
+    return r;
+}
+
+// The rate only where `flag` holds `judged`; a gap elsewhere.
+std::vector<double> judgedSeries(const std::vector<int32_t>& v, const std::vector<int32_t>& flag, int32_t judged) {
+    std::vector<double> r = rateSeries(v);
+    for (size_t i = 0; i < r.size(); ++i)
+        if (flag[i] != judged) r[i] = kNaN;
     return r;
 }
 
@@ -290,6 +469,12 @@ double median(std::vector<int32_t> v) {
     std::sort(v.begin(), v.end());
     const size_t m = v.size() / 2;
     return v.size() % 2 ? v[m] : 0.5 * (static_cast<double>(v[m - 1]) + v[m]);
+}
+
+std::string clockText(size_t seconds) {
+    char buf[32];
+    std::snprintf(buf, sizeof buf, "%zu:%02zu", seconds / 60, seconds % 60);
+    return buf;
 }
 
 }  // namespace
@@ -330,61 +515,93 @@ void Report::add(size_t device, const ParamsIn& in, const ParamsOut& out, const 
     }
 }
 
+void Report::setReference(int32_t deviceId, std::vector<double> heart, std::vector<double> breath, std::string label) {
+    references_[deviceId] = Reference{std::move(heart), std::move(breath), std::move(label)};
+}
+
+const Report::Reference* Report::referenceOf(int32_t deviceId) const {
+    const auto it = references_.find(deviceId);
+    return it == references_.end() ? nullptr : &it->second;
+}
+
+std::string Report::summaryTable() const {
+    std::ostringstream o;
+    o << "<table class=\"summary-table\">\n<tr><th>device</th><th>duration</th><th>heart rate median (range)</th>"
+      << "<th>good heart quality</th><th>breathing rate median</th><th>regular breathing</th>"
+      << "<th>time in each posture</th></tr>\n";
+    auto share = [](size_t part, size_t whole) { return whole ? fmt(100.0 * part / whole, 0) + " %" : "-"; };
+    for (const Device& d : devices_) {
+        const size_t n = d.hr.size();
+        int32_t lo = 0, hi = 0;
+        for (int32_t v : d.hr)
+            if (v > 0) lo = lo == 0 ? v : std::min(lo, v), hi = std::max(hi, v);
+        const size_t good = static_cast<size_t>(std::count(d.quality.begin(), d.quality.end(), 1));
+        const size_t regular = static_cast<size_t>(std::count(d.breathState.begin(), d.breathState.end(), 1));
+        std::map<int32_t, size_t> postures;
+        for (int32_t c : d.posture) ++postures[c];
+        std::string inPosture;
+        for (const auto& [cls, secs] : postures)
+            inPosture += (inPosture.empty() ? "" : ", ") + std::string(postureName(cls)) + " " + clockText(secs);
+        const double hrMedian = median(d.hr), brMedian = median(d.br);
+        o << "<tr data-device=\"" << d.id << "\"><td>" << d.id << "</td><td>" << clockText(n) << "</td><td>"
+          << (hrMedian > 0 ? fmt(hrMedian, 0) + " /min (" + std::to_string(lo) + "&ndash;" + std::to_string(hi) + ")"
+                           : std::string("none"))
+          << "</td><td>" << share(good, n) << "</td><td>"
+          << (brMedian > 0 ? fmt(brMedian, 0) + " /min" : std::string("none")) << "</td><td>" << share(regular, n)
+          << "</td><td>" << escape(inPosture) << "</td></tr>\n";
+    }
+    o << "</table>\n";
+    return o.str();
+}
+
 std::string Report::deviceSection(const Device& d) const {
     std::ostringstream o;
     const size_t n = d.hr.size();
     const double duration = static_cast<double>(n);
+    const Reference* ref = referenceOf(d.id);
     o << "<section class=\"device\" data-device=\"" << d.id << "\">\n<h2>Device " << d.id << "</h2>\n";
-    size_t q1 = 0, moving = 0;
-    for (size_t i = 0; i < n; ++i) {
-        q1 += d.quality[i] == 1;
-        moving += d.posture[i] >= 6 && d.posture[i] <= 8;
-    }
-    auto rate = [](double m) { return m > 0 ? fmt(m) + " /min" : std::string("none"); };
-    o << "<p class=\"facts\">" << n << " frames (" << fmt(duration / 60.0) << " min); median heart rate "
-      << rate(median(d.hr)) << "; median breathing rate " << rate(median(d.br)) << "; heart quality 1 in "
-      << q1 << " s; moving in " << moving << " s.</p>\n";
 
-    {
-        Plot p("heart-rate", d.id, "Heart rate (beats/min)", "time (s)", 240);
+    auto ratePlot = [&](const char* key, const char* title, const std::vector<int32_t>& rate,
+                        const std::vector<int32_t>& flag, int32_t judged, const char* color, CodeBand band,
+                        const std::vector<double>* truth, const std::vector<double>* reference, double span,
+                        const char* none) {
+        Plot p(key, d.id, title, "time (s)", 240);
         p.xRange(0, std::max(1.0, duration));
-        p.emptyYRange(0, 150);
-        if (d.hasTruth) p.add({"generator truth", "#777", truthSeries(d.hrTrue), 0.5, 1, true, 1.5});
-        p.add({"library", "#c62828", rateSeries(d.hr), 0.5, 1, false, 1.8});
-        if (median(d.hr) == 0) p.note("no heart rate reported");
+        p.emptyYRange(0, span * 2);
+        p.leastSpan(span, 10);
+        p.add({"not judged", color, rateSeries(rate), 0.5, 1, false, 1.8, kFaint});
+        p.add({std::string("library, ") + band.name(judged), color, judgedSeries(rate, flag, judged), 0.5, 1, false,
+               1.8});
+        if (truth) p.add({"generator truth", kBlack, truthSeries(*truth), 0.5, 1, true, 1.3});
+        if (reference && !reference->empty())
+            p.add({ref->label, kBlack, truthSeries(*reference), 0.5, 1, true, 1.3});
+        if (median(rate) == 0) p.note(none);
+        p.addBand(std::move(band));
         o << p.svg();
-    }
-    {
-        Plot p("breath-rate", d.id, "Breathing rate (breaths/min)", "time (s)", 240);
-        p.xRange(0, std::max(1.0, duration));
-        p.emptyYRange(0, 40);
-        if (d.hasTruth) p.add({"generator truth", "#777", truthSeries(d.brTrue), 0.5, 1, true, 1.5});
-        p.add({"library", "#1565c0", rateSeries(d.br), 0.5, 1, false, 1.8});
-        if (median(d.br) == 0) p.note("no breathing rate reported");
-        o << p.svg();
-    }
+    };
+    ratePlot("heart-rate", "Heart rate (beats/min)", d.hr, d.quality, 1, kVermillion,
+             {"quality", "quality", d.quality, kHeartStatusNames, 2, qualityColor, heartStatusName},
+             d.hasTruth ? &d.hrTrue : nullptr, ref ? &ref->heart : nullptr, 40, "no heart rate reported");
+    ratePlot("breath-rate", "Breathing rate (breaths/min)", d.br, d.breathState, 1, kBlue,
+             {"breath-state", "status", d.breathState, kBreathStateNames, 3, breathStateColor, breathStateName},
+             d.hasTruth ? &d.brTrue : nullptr, ref ? &ref->breath : nullptr, 20, "no breathing rate reported");
+
     const double s0 = static_cast<double>(d.stretchFirst);
     {
         const size_t frames = std::min(d.stretch.size(), static_cast<size_t>(kEcgSeconds));
-        Series in{"input", "#b0b0b0", {}, s0, 1.0 / 200, false, 1.0};
-        Series outS{"display", "#c62828", {}, s0, 1.0 / 200, false, 1.2};
+        std::vector<double> in, disp;
         bool anyOut = false;
         for (size_t f = 0; f < frames; ++f)
             for (int i = 0; i < 200; ++i) {
-                in.y.push_back(d.stretch[f].ecgIn[static_cast<size_t>(i)]);
-                outS.y.push_back(d.stretch[f].ecgOut[static_cast<size_t>(i)]);
+                in.push_back(toMv(d.stretch[f].ecgIn[static_cast<size_t>(i)]));
+                disp.push_back(toMv(d.stretch[f].ecgOut[static_cast<size_t>(i)]));
                 anyOut = anyOut || d.stretch[f].ecgOut[static_cast<size_t>(i)] != 0;
             }
-        Plot p("ecg", d.id, "ECG (counts): input and the library's display waveform", "time (s)", 260);
-        p.xRange(s0, s0 + std::max<double>(1.0, static_cast<double>(frames)));
-        p.add(in);
-        if (anyOut) p.add(outS);
-        else p.note("no display waveform written");
-        o << p.svg();
+        o << ecgPlot(d.id, in, disp, s0, std::max<double>(1.0, static_cast<double>(frames)), anyOut);
     }
     {
-        Series c1{"channel 1 display", "#1565c0", {}, s0, 1.0 / 25, false, 1.4};
-        Series c0{"channel 0 display", "#00897b", {}, s0, 1.0 / 25, false, 1.2};
+        Series c1{"channel 1 display", kBlue, {}, s0, 1.0 / 25, false, 1.6};
+        Series c0{"channel 0 display", kOrange, {}, s0, 1.0 / 25, true, 1.4};
         bool any = false;
         for (const StretchFrame& f : d.stretch)
             for (int i = 0; i < 25; ++i) {
@@ -393,19 +610,23 @@ std::string Report::deviceSection(const Device& d) const {
                 any = any || f.disp1[static_cast<size_t>(i)] != 0 || f.disp0[static_cast<size_t>(i)] != 0;
             }
         // The input on the display scale, for comparison: its range in the stretch maps to 0..1000.
-        Series raw{"input channel 1, scaled", "#b0b0b0", {}, s0, 1.0 / 25, false, 1.0};
+        Series raw{"input channel 1, scaled", kGrey, {}, s0, 1.0 / 25, false, 1.0};
         double lo = 1e300, hi = -1e300;
         for (const StretchFrame& f : d.stretch)
             for (int32_t v : f.resp1In) lo = std::min<double>(lo, v), hi = std::max<double>(hi, v);
         for (const StretchFrame& f : d.stretch)
-            for (int32_t v : f.resp1In) raw.y.push_back(hi > lo ? (v - lo) * 1000.0 / (hi - lo) : 500.0);
+            for (int32_t v : f.resp1In) raw.y.push_back((v - lo) * 1000.0 / (hi - lo));
         Plot p("respiration", d.id, "Respiration display waveforms (0..1000)", "time (s)", 240);
         p.xRange(s0, s0 + std::max<double>(1.0, static_cast<double>(d.stretch.size())));
         p.yRange(-20, 1020);
-        p.add(raw);
-        p.add(c1);
-        p.add(c0);
-        if (!any) p.note("no display waveform written");
+        if (hi > lo) p.add(raw);
+        if (any) {
+            p.add(c1);
+            p.add(c0);
+        }
+        if (d.stretch.empty()) p.note("no frames");
+        else if (!(hi > lo)) p.note("respiration input constant at " + fmt(lo, 0) + ": no breathing signal, no display waveform");
+        else if (!any) p.note("the library wrote no display waveform here");
         o << p.svg();
     }
     o << posturePlot(d.id, d.posture, d.hasTruth ? &d.postureTrue : nullptr);
@@ -416,8 +637,8 @@ std::string Report::deviceSection(const Device& d) const {
         // A device at rest reads 1 throughout; keep such a trace flat at the bottom.
         const double top = mx.empty() ? 0.0 : *std::max_element(mx.begin(), mx.end());
         p.yRange(0, std::max(50.0, top * 1.08));
-        p.add({"largest", "#ef6c00", mx, 0.5, 1, false, 1.4});
-        p.add({"mean", "#4e342e", d.moveMean, 0.5, 1, false, 1.2});
+        p.add({"largest", kVermillion, mx, 0.5, 1, false, 1.4});
+        p.add({"mean", kBlack, d.moveMean, 0.5, 1, false, 1.2});
         o << p.svg();
     }
     o << "</section>\n";
@@ -429,14 +650,19 @@ std::string Report::html() const {
     o << "<!DOCTYPE html>\n<html lang=\"en\">\n<head>\n<meta charset=\"utf-8\">\n<title>" << escape(title_)
       << "</title>\n<style>\n"
       << "body{font-family:sans-serif;margin:16px;color:#222;background:#f4f4f4}\n"
-      << "section{background:#fff;border:1px solid #ccc;margin:12px 0;padding:8px 12px}\n"
+      << "section{background:#fff;border:1px solid #ccc;margin:12px 0;padding:8px 12px;width:max-content}\n"
       << "svg.plot{display:block;margin:6px 0}\n"
       << "svg .t{font:bold 14px sans-serif} svg .l{font:12px sans-serif} svg .a{font:11px sans-serif;fill:#555}\n"
-      << "svg .n{font:14px sans-serif;fill:#999} svg .g{stroke:#e4e4e4;stroke-width:1}\n"
+      << "svg .n{font:14px sans-serif;fill:#777} svg .g{stroke:#e4e4e4;stroke-width:1}\n"
       << "svg .f{fill:none;stroke:#888;stroke-width:1}\n"
+      << "svg .ei{stroke:#f4cccc;stroke-width:0.5} svg .em{stroke:#e69999;stroke-width:1}\n"
+      << "table.summary-table{border-collapse:collapse;background:#fff;margin:8px 0}\n"
+      << "table.summary-table td,table.summary-table th{border:1px solid #ccc;padding:4px 8px;text-align:left;"
+      << "font-size:13px}\n"
       << "pre{background:#fff;border:1px solid #ccc;padding:8px} .note{color:#b71c1c}\n"
       << "</style>\n</head>\n<body>\n<h1>" << escape(title_) << "</h1>\n";
     for (const std::string& n : notes_) o << "<p class=\"note\">" << escape(n) << "</p>\n";
+    if (!devices_.empty()) o << summaryTable();
     if (!summary_.empty()) {
         o << "<pre class=\"summary\">";
         for (const std::string& s : summary_) o << escape(s) << '\n';
@@ -448,17 +674,6 @@ std::string Report::html() const {
     return o.str();
 }
 
-bool Report::write(const std::string& path, std::string& error) const {
-    std::FILE* f = std::fopen(path.c_str(), "wb");
-    if (f == nullptr) {
-        error = std::strerror(errno);
-        return false;
-    }
-    const std::string text = html();
-    const bool ok = std::fwrite(text.data(), 1, text.size(), f) == text.size();
-    const bool closed = std::fclose(f) == 0;
-    if (!ok || !closed) error = "write failed";
-    return ok && closed;
-}
+bool Report::write(const std::string& path, std::string& error) const { return writeWholeFile(path, html(), error); }
 
 }  // namespace rtmtool

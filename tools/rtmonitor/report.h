@@ -1,12 +1,16 @@
 // The visual report: one self-contained HTML file with inline SVG plots (no scripts, no external
-// fonts or images). Per device: heart-rate and breathing-rate trends (with the generator's truth
-// when there is one), the display ECG and respiration waveforms of a chosen stretch, the posture
-// timeline and the movement level. Time runs in seconds from the device's first frame.
+// fonts or images). At the top a summary table per device; then per device: heart-rate and
+// breathing-rate trends with the library's quality and respiration status as bands beneath
+// (rates drawn faint where the library did not judge them; the generator's truth or a reference
+// drawn over them), the ECG of a chosen stretch in mV on a standard ECG grid, the respiration
+// display waveforms, the posture timeline and the movement level. Time runs in seconds from the
+// device's first frame, one frame per second.
 #pragma once
 
 #include <array>
 #include <cstdint>
 #include <deque>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -21,6 +25,9 @@ extern const char* const kReportSeries[6];
 class Report {
 public:
     static constexpr int kEcgSeconds = 10;
+    // The display ECG lags its input by the conditioning filters' delay, 26 samples at 200/s
+    // (measured by cross-correlation on the synthetic and the shared recordings alike).
+    static constexpr int kDisplayDelayMs = 130;
     static constexpr int kStretchSeconds = 30;  // respiration stretch; the ECG shows its start
 
     // `stretchStart`: second of each device's recording where the waveform stretch begins;
@@ -29,6 +36,10 @@ public:
 
     void add(size_t device, const ParamsIn& in, const ParamsOut& out, const SecondTruth* truth);
     void addNote(const std::string& text) { notes_.push_back(text); }
+    // Reference rates for one device (per second from its first frame; NaN or <= 0 where there
+    // is none), drawn over the library's rates under the name `label`.
+    void setReference(int32_t deviceId, std::vector<double> heart, std::vector<double> breath,
+                      std::string label = "reference");
     // Summary lines shown at the top (e.g. the demo's comparison with the truth).
     void addSummary(const std::string& text) { summary_.push_back(text); }
 
@@ -51,12 +62,19 @@ private:
         bool frozen = false;
         size_t stretchFirst = 0;           // second of stretch.front()
     };
+    struct Reference {
+        std::vector<double> heart, breath;
+        std::string label;
+    };
     std::string deviceSection(const Device& d) const;
+    std::string summaryTable() const;
+    const Reference* referenceOf(int32_t deviceId) const;
 
     std::string title_;
     int stretchStart_;
     std::vector<Device> devices_;
     std::vector<std::string> notes_, summary_;
+    std::map<int32_t, Reference> references_;
 };
 
 }  // namespace rtmtool

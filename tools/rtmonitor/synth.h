@@ -51,7 +51,4 @@ Recording synthesize(const SynthOptions& options);
 // moving classes 6..8 agrees with walking.
 bool postureAgrees(int expected, int reported);
 
-// Short human name of a posture class under the placement above.
-const char* postureName(int cls);
-
 }  // namespace rtmtool

@@ -57,8 +57,7 @@ protected:
                       "setup.log"),
                   0)
             << readText(path("setup.log"));
-        std::string error;
-        ASSERT_TRUE(rtmtool::writeFrameFile(path("load.frames"), workload().frames, error)) << error;
+        ASSERT_TRUE(writeFrameFile(path("load.frames"), workload().frames));
         ASSERT_TRUE(broker_.connect(server_->url(), "test"));
         int partitions = 0;
         ASSERT_TRUE(broker_.check(partitions)) << broker_.error();

@@ -40,16 +40,15 @@ std::vector<ParamsIn> interleaved(int from, int to) {
 class LifecycleTest : public ServerTest {
 protected:
     std::vector<std::string> worker(const std::string& name) {
-        return {bin("rtmonitor-serve"), "--server", server_->url(), "--name", name, "--snapshot-every", "600",
-                "--lease-ttl", "2"};
+        return {bin("rtmonitor-serve"), "--server", server_->url(), "--name", name,
+                "--snapshot-every",     "600",      "--lease-ttl",  "2"};
     }
     std::vector<std::string> setup(int partitions) {
-        return {bin("rtmonitor-serve"), "--setup", "--server", server_->url(), "--partitions",
-                std::to_string(partitions)};
+        return {bin("rtmonitor-serve"), "--setup",      "--server",
+                server_->url(),         "--partitions", std::to_string(partitions)};
     }
     int publish(const std::vector<ParamsIn>& frames, const std::string& log) {
-        std::string error;
-        EXPECT_TRUE(rtmtool::writeFrameFile(path("part.frames"), frames, error)) << error;
+        EXPECT_TRUE(writeFrameFile(path("part.frames"), frames));
         return run({bin("rtmonitor"), "publish", path("part.frames"), "--server", server_->url()}, log);
     }
 };
@@ -57,9 +56,9 @@ protected:
 TEST_F(LifecycleTest, UnreachableServerMissingSetupAndMissingMappingExitOneWithTheReason) {
     const std::string nowhere = "nats://127.0.0.1:" + std::to_string(freeLoopbackPort());
     EXPECT_EQ(run({bin("rtmonitor-serve"), "--server", nowhere}, "w0.log"), 1);
-    EXPECT_NE(readText(path("w0.log")).find("cannot reach the NATS server"), std::string::npos) << readText(path("w0.log"));
-    std::string error;
-    ASSERT_TRUE(rtmtool::writeFrameFile(path("one.frames"), deviceFrames(1, 1), error));
+    EXPECT_NE(readText(path("w0.log")).find("cannot reach the NATS server"), std::string::npos)
+        << readText(path("w0.log"));
+    ASSERT_TRUE(writeFrameFile(path("one.frames"), deviceFrames(1, 1)));
     EXPECT_EQ(run({bin("rtmonitor"), "publish", path("one.frames"), "--server", nowhere}, "p0.log"), 1);
 
     startServer(0);  // no subject mapping
@@ -132,7 +131,8 @@ TEST(ServeWire, DeviceIdsRoundTripThroughSubjectsAndRecordsThroughBytes) {
         EXPECT_FALSE(rtmserve::deviceFromSubject(bad, id)) << bad;
 
     ParamsOut out;
-    for (size_t i = 0; i < sizeof out / 4; ++i) reinterpret_cast<int32_t*>(&out)[i] = static_cast<int32_t>(i * 2654435761u);
+    for (size_t i = 0; i < sizeof out / 4; ++i)
+        reinterpret_cast<int32_t*>(&out)[i] = static_cast<int32_t>(i * 2654435761u);
     unsigned char bytes[sizeof(ParamsOut)];
     rtmserve::encodeResult(out, bytes);
     EXPECT_EQ(bytes[0], 0);  // word 0 is 0; word 1's low byte comes first
@@ -140,7 +140,8 @@ TEST(ServeWire, DeviceIdsRoundTripThroughSubjectsAndRecordsThroughBytes) {
     const ParamsOut back = rtmserve::decodeResult(bytes);
     EXPECT_EQ(std::memcmp(&back, &out, sizeof out), 0);
 
-    unsigned char snap[rtmserve::kSnapshotHeaderBytes] = {'R', 'T', 'M', 'S', 'E', 'R', 'V', '1', 5, 4, 3, 2, 1, 0, 0, 0};
+    unsigned char snap[rtmserve::kSnapshotHeaderBytes] = {'R', 'T', 'M', 'S', 'E', 'R', 'V', '1',
+                                                          5,   4,   3,   2,   1,   0,   0,   0};
     uint64_t seq = 0;
     ASSERT_TRUE(rtmserve::parseSnapshotHeader(snap, sizeof snap, seq));
     EXPECT_EQ(seq, 0x0102030405u);

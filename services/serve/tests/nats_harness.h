@@ -13,6 +13,7 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -23,6 +24,8 @@
 #include <vector>
 
 #include <gtest/gtest.h>
+
+#include "frame_file.h"
 
 namespace servetest {
 
@@ -53,6 +56,14 @@ inline std::string readText(const std::filesystem::path& p) {
     std::ostringstream s;
     s << f.rdbuf();
     return s.str();
+}
+
+// A frame file for `rtmonitor publish`.
+inline bool writeFrameFile(const std::string& path, const std::vector<ParamsIn>& frames) {
+    std::FILE* f = std::fopen(path.c_str(), "wb");
+    if (f == nullptr) return false;
+    const bool ok = rtmtool::writeFrames(f, frames);
+    return std::fclose(f) == 0 && ok;
 }
 
 // A child process with its standard output and error in `log`.
@@ -133,7 +144,8 @@ private:
     size_t readyLines() const {
         const std::string text = log();
         size_t n = 0;
-        for (size_t p = text.find("Server is ready"); p != std::string::npos; p = text.find("Server is ready", p + 1)) ++n;
+        for (size_t p = text.find("Server is ready"); p != std::string::npos; p = text.find("Server is ready", p + 1))
+            ++n;
         return n;
     }
 

@@ -1,0 +1,206 @@
+// Recording -> frames and the rate scoring, without the command line: the documented scales land
+// in the frame words exactly (ECG, accelerometer, respiration normalisation, clipping, invalid
+// samples held), missing channels are substituted as stated, rate conversion streams with the
+// same result in any chunking and no delay, and the reference rate and its scores follow their
+// window and tolerance rules at the edges.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <limits>
+#include <string>
+#include <vector>
+
+#include "evaluate.h"
+#include "record_source.h"
+#include "resample.h"
+#include "tool_runner.h"
+
+namespace {
+
+using namespace rtmtool;
+
+class ConversionTest : public tooltest::ToolTest {
+protected:
+    void write(const std::string& name, const std::string& bytes) const { tooltest::writeFile(path(name), bytes); }
+    static void put16(std::string& b, int v) {
+        b += static_cast<char>(v & 0xff);
+        b += static_cast<char>((v >> 8) & 0xff);
+    }
+    std::vector<ParamsIn> readAll(RecordSource& s) {
+        std::vector<ParamsIn> frames;
+        ParamsIn f;
+        std::string error;
+        while (s.next(f, error)) frames.push_back(f);
+        EXPECT_EQ(error, "");
+        return frames;
+    }
+};
+
+// 25 frames/s: ECG 8 samples per frame (200/s) in uV, respiration and three accelerometer axes
+// one each (25/s), all format 16 in one file. Rates need no conversion, so values are exact.
+TEST_F(ConversionTest, NativeRatesLandInTheFrameWordsWithTheDocumentedScales) {
+    const int seconds = 30, frames = 25 * seconds;
+    std::string dat;
+    std::vector<int> ecg;
+    for (int n = 0; n < frames; ++n) {
+        for (int k = 0; k < 8; ++k) {
+            const int i = n * 8 + k;
+            int v = (i * 37) % 2001 - 1000;   // uV, -1 .. +1 mV
+            if (i == 5) v = 3000;             // 3 mV: clipped to 1023
+            if (i == 6) v = -32768;           // invalid: holds the 3 mV before it
+            ecg.push_back(v);
+            put16(dat, v);
+        }
+        // Respiration: a square wave of 10-s period between -300 and +500, so every 10-s window
+        // swings 800 units around a centre of 100.
+        put16(dat, (n / 125) % 2 ? 500 : -300);
+        put16(dat, 250);                                 // x: 0.25 g in mg
+        put16(dat, -1000);                               // y: -1 g
+        put16(dat, static_cast<int>(std::lround(981 * 0.5)));  // z: 4.905 m/s^2 in cm/s^2 = 0.5 g
+    }
+    write("r.dat", dat);
+    write("r.hea", "r 5 25 " + std::to_string(frames) +
+                       "\nr.dat 16x8 1/uV 16 0 0 0 0 ECG lead II\nr.dat 16 1/NU 16 0 0 0 0 Resp (chest)\n"
+                       "r.dat 16 1000/g 16 0 0 0 0 Acc X\nr.dat 16 1/mg 16 0 0 0 0 Acc Y\n"
+                       "r.dat 16 100/m/s^2 16 0 0 0 0 Acc Z\n");
+    RecordSource source;
+    std::string error;
+    ASSERT_TRUE(source.open(path("r.hea"), {"", "", "", 7}, error)) << error;
+    const auto out = readAll(source);
+    ASSERT_EQ(out.size(), static_cast<size_t>(seconds));
+    for (size_t s = 0; s < out.size(); ++s) {
+        EXPECT_EQ(out[s].nDeviceId, 7);
+        EXPECT_EQ(out[s].nFrameSeq, static_cast<int32_t>(s));
+        EXPECT_EQ(out[s].nHeartMode, 0);
+        for (int i = 0; i < 200; ++i) {
+            const int v = ecg[s * 200 + static_cast<size_t>(i)];
+            int expected = 512 + static_cast<int>(std::lround(v / 1000.0 * 200));
+            if (s == 0 && (i == 5 || i == 6)) expected = 1023;
+            ASSERT_EQ(out[s].nHeartData[i], expected) << "second " << s << " sample " << i;
+        }
+        for (int i = 0; i < 25; ++i) {
+            EXPECT_EQ(out[s].nAccX[i], 512 + 32);
+            EXPECT_EQ(out[s].nAccY[i], 512 - 128);
+            EXPECT_EQ(out[s].nAccZ[i], 512 + 64);
+            // 800 units of swing become 2000 counts around 30000: -300 -> 29000, 500 -> 31000.
+            EXPECT_EQ(out[s].nBreathChan1[i], (s / 5) % 2 ? 31000 : 29000) << "second " << s;
+            EXPECT_EQ(out[s].nBreathChan0[i], out[s].nBreathChan1[i]);
+        }
+    }
+    const std::string notes = source.notes()[0] + "|" + source.notes()[1] + "|" + source.notes()[2];
+    EXPECT_NE(notes.find("ECG: signal 'ECG lead II' (200 samples/s, uV converted to mV)"), std::string::npos) << notes;
+    EXPECT_NE(notes.find("respiration: signal 'Resp (chest)'"), std::string::npos) << notes;
+    EXPECT_NE(notes.find("accelerometer: signals 'Acc X', 'Acc Y', 'Acc Z'"), std::string::npos) << notes;
+}
+
+TEST_F(ConversionTest, MissingChannelsAreSubstitutedAndATrailingPartSecondDropped) {
+    std::string dat;
+    for (int i = 0; i < 200 * 3 + 150; ++i) put16(dat, 0);
+    write("r.dat", dat);
+    write("r.hea", "r 1 200 750\nr.dat 16 200 16 0 0 0 0 MLII\n");
+    RecordSource source;
+    std::string error;
+    ASSERT_TRUE(source.open(path("r"), {}, error)) << error;
+    const auto out = readAll(source);
+    ASSERT_EQ(out.size(), 3u);
+    for (int i = 0; i < 25; ++i) {
+        EXPECT_EQ(out[2].nBreathChan1[i], 30000);
+        EXPECT_EQ(out[2].nBreathChan0[i], 30000);
+        EXPECT_EQ(out[2].nAccX[i], 512);
+        EXPECT_EQ(out[2].nAccY[i], 512);
+        EXPECT_EQ(out[2].nAccZ[i], 640);
+    }
+    ASSERT_EQ(source.notes().size(), 4u);
+    EXPECT_EQ(source.notes()[1], "respiration: no respiration signal; both channels flat at 30000");
+    EXPECT_EQ(source.notes()[2], "accelerometer: none; a still sensor lying on the back (512, 512, 640)");
+    EXPECT_NE(source.notes()[3].find("0.75 s"), std::string::npos) << source.notes()[3];
+    // No ECG-like label at all: refused, naming the labels there are.
+    write("q.hea", "q 1 200 750\nr.dat 16 200 16 0 0 0 0 Pleth\n");
+    RecordSource none;
+    EXPECT_FALSE(none.open(path("q.hea"), {}, error));
+    EXPECT_NE(error.find("no ECG-like signal label (signals: 'Pleth'); name one with --ecg LABEL"), std::string::npos)
+        << error;
+}
+
+TEST(Resampling, StreamsTheSameInAnyChunkingWithoutDelay) {
+    if (!StreamResampler::available()) GTEST_SKIP() << "rtmonitor was built without libsamplerate";
+    std::vector<double> in(3600);
+    for (size_t i = 0; i < in.size(); ++i) in[i] = std::sin(2 * M_PI * 7.0 * static_cast<double>(i) / 360);
+    std::string error;
+    StreamResampler whole, chunked;
+    ASSERT_TRUE(whole.init(360, 200, error) && chunked.init(360, 200, error)) << error;
+    std::vector<double> a, b;
+    whole.process(in, true, a);
+    const size_t sizes[] = {1, 359, 17, 1000, 360};
+    size_t at = 0;
+    for (size_t k = 0; at < in.size(); ++k) {
+        const size_t n = std::min(sizes[k % 5], in.size() - at);
+        chunked.process(std::vector<double>(in.begin() + static_cast<long>(at), in.begin() + static_cast<long>(at + n)),
+                        at + n == in.size(), b);
+        at += n;
+    }
+    ASSERT_EQ(a.size(), 2000u);
+    ASSERT_EQ(b.size(), a.size());
+    for (size_t i = 0; i < a.size(); ++i) ASSERT_NEAR(a[i], b[i], 1e-6) << i;
+    // Away from the ends the output is the same sine sampled at 200/s: no delay, no loss.
+    for (size_t i = 200; i < 1800; ++i) ASSERT_NEAR(a[i], std::sin(2 * M_PI * 7.0 * static_cast<double>(i) / 200), 0.01) << i;
+    StreamResampler tooFar;
+    EXPECT_FALSE(tooFar.init(100000, 25, error));
+}
+
+TEST(RateScoring, ReferenceWindowAndIntervalLimitsAreInclusiveWhereStated) {
+    // Second s uses beats in (s+1-10, s+1]: a beat exactly at s+1 counts, one at s+1-10 does not.
+    std::vector<double> beats = {0.5, 1.0, 2.0};
+    auto ref = referenceHeartRate(beats, 12);
+    EXPECT_DOUBLE_EQ(ref[0], 120.0);           // 0.5 -> 1.0, the second beat at the window's end
+    EXPECT_DOUBLE_EQ(ref[1], 60.0 * 2 / 1.5);  // 0.5 -> 1.0 -> 2.0
+    EXPECT_DOUBLE_EQ(ref[9], 60.0 * 2 / 1.5);
+    EXPECT_TRUE(std::isnan(ref[10]));          // 1.0 sits at the window's open start: one beat left
+    // Intervals outside 0.2..3 s are left out; 3 s itself counts.
+    beats = {10.0, 10.1875, 13.1875, 16.25, 16.5};
+    ref = referenceHeartRate(beats, 20);
+    EXPECT_DOUBLE_EQ(ref[16], 60.0 * 2 / (3.0 + 0.25));  // 0.1875 and 3.0625 dropped
+}
+
+TEST(RateScoring, MissingRatesCountAsOutsideAndErrorsOnlyWhereBothExist) {
+    const double none = std::numeric_limits<double>::quiet_NaN();
+    const std::vector<double> library = {0, 100, 110, 95, 60, 0};
+    const std::vector<double> reference = {none, 100, 100, 100, 100, 100};
+    const RateScore s = scoreRates(library, reference, 5);
+    EXPECT_EQ(s.seconds, 5u);
+    EXPECT_EQ(s.covered, 4u);
+    EXPECT_DOUBLE_EQ(s.meanAbsError, (0 + 10 + 5 + 40) / 4.0);
+    EXPECT_DOUBLE_EQ(s.bias, (0 + 10 - 5 - 40) / 4.0);
+    EXPECT_DOUBLE_EQ(s.withinAbs, 2 / 5.0);      // 100 and 95 (5 is within 5)
+    EXPECT_DOUBLE_EQ(s.withinPercent, 3 / 5.0);  // 100, 110 and 95
+}
+
+TEST_F(ConversionTest, ReferenceCsvInBothFormsAndItsErrors) {
+    write("ref.csv", "frame,hr_ref_bpm,br_ref_bpm,br_acf_peak,br_count_bpm,br_agree\n0,,,,,0\n1,70.5,15,0.9,15,1\n"
+                     "2,71,16,0.9,12,0\n9,80,18,0.9,18,1\n");
+    Evaluation e;
+    std::string error;
+    ASSERT_TRUE(readReferenceCsv(path("ref.csv"), 5, e, error)) << error;
+    EXPECT_TRUE(std::isnan(e.heartReference[0]));
+    EXPECT_DOUBLE_EQ(e.heartReference[1], 70.5);
+    EXPECT_DOUBLE_EQ(e.heartReference[2], 71);
+    EXPECT_DOUBLE_EQ(e.breathReference[1], 15);
+    EXPECT_TRUE(std::isnan(e.breathReference[2]));  // the estimators disagree
+    EXPECT_EQ(e.notes.size(), 1u);                  // frame 9 lies beyond 5 seconds
+
+    write("two.csv", "0.5,12\n1.99,13\n");
+    Evaluation t;
+    ASSERT_TRUE(readReferenceCsv(path("two.csv"), 3, t, error)) << error;
+    EXPECT_DOUBLE_EQ(t.breathReference[0], 12);
+    EXPECT_DOUBLE_EQ(t.breathReference[1], 13);
+    EXPECT_FALSE(t.haveHeart);
+
+    write("bad.csv", "time_s,br_ref_bpm\n1,12\n2,fast\n");
+    EXPECT_FALSE(readReferenceCsv(path("bad.csv"), 3, t, error));
+    EXPECT_NE(error.find("bad.csv:3: bad rate 'fast'"), std::string::npos) << error;
+}
+
+}  // namespace

@@ -1,0 +1,385 @@
+// The `meter` command: a heart-rate meter test set in the manner of cardiac-monitor standards,
+// generated here and run through the library (one fresh device per scenario, one frame per
+// second). ECG at 200 samples/s in counts = 512 + round(mV x 200). Beats are triangular QRS
+// pulses of a given height and width, with a half-sine T wave and, for normal beats, a P wave.
+// Check: `rtmonitor meter --json m.json`; every row states its waveform, expectation and reading.
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <functional>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "cli.h"
+#include "output_file.h"
+#include "rtmonitor.h"
+
+namespace rtmtool {
+
+const char* const kMeterUsage =
+    "usage: rtmonitor meter [--json FILE]\n"
+    "\n"
+    "Runs the heart-rate meter test set through the library and judges each scenario against the\n"
+    "tolerance max(10 %, 5 bpm). ECG only (respiration flat, sensor still), 200 samples/s,\n"
+    "counts = 512 + round(mV x 200). Unless stated, beats are 1 mV triangular QRS pulses 70 ms\n"
+    "wide with a 0.2 mV T wave. The reading is the median of the reported rates over the last\n"
+    "10 s of each scenario (after at least 30 s). Rate steps: time from the step until the rate\n"
+    "first reads within tolerance of the new rate, limit 10 s. Asystole: time from the last beat\n"
+    "until the rate reads 0, limit 10 s, and time from the first beat after it until the rate is\n"
+    "back within tolerance, limit 10 s. One row per scenario, then \"N of M scenarios pass\".\n"
+    "\n"
+    "  --json FILE       also write the rows as JSON\n";
+
+namespace {
+
+constexpr int kSamplesPerSecond = 200;
+constexpr double kCountsPerMv = 200;
+constexpr double kReadingWindowSeconds = 10;
+constexpr double kResponseLimitSeconds = 10;
+constexpr int32_t kFirstMeterDevice = 0x4d455452;  // device ids no other tool command uses
+
+struct Beat {
+    double time = 0;      // R peak, seconds
+    double qrsMv = 1;     // signed: negative for an inverted complex
+    double qrsWidth = 0.07;
+    double tMv = 0.2;     // signed
+    bool pWave = true;
+};
+
+enum class Kind { Steady, Step, Asystole };
+
+struct Scenario {
+    std::string name;
+    std::string waveform;   // one line describing the parameters
+    Kind kind = Kind::Steady;
+    double seconds = 40;
+    std::vector<Beat> beats;
+    double expected = 0;    // rate the meter should read at the end (0: no rate)
+    double eventAt = 0;     // step time, or asystole onset (last beat)
+    double resumeAt = 0;    // asystole: first beat after it
+    double mainsHz = 0, mainsMv = 0, wanderHz = 0, wanderMv = 0, noiseMv = 0;
+};
+
+struct Outcome {
+    double reading = 0;
+    double time1 = -1, time2 = -1;  // response times, -1 = not reached
+    bool pass = false;
+};
+
+double tolerance(double rate) { return std::max(0.1 * rate, 5.0); }
+
+// Beats at a steady interval from `from` (first beat) up to `to`.
+void addRegular(std::vector<Beat>& beats, double rate, double from, double to, Beat shape = {}) {
+    for (double t = from; t < to; t += 60.0 / rate) {
+        shape.time = t;
+        beats.push_back(shape);
+    }
+}
+
+// Beats repeating `intervals` with `shapes` (same length), from `from` to `to`.
+void addPattern(std::vector<Beat>& beats, const std::vector<double>& intervals, const std::vector<Beat>& shapes,
+                double from, double to) {
+    size_t k = 0;
+    for (double t = from; t < to; t += intervals[k % intervals.size()], ++k) {
+        Beat b = shapes[k % shapes.size()];
+        b.time = t;
+        beats.push_back(b);
+    }
+}
+
+Beat ventricular() {
+    Beat b;
+    b.qrsMv = -1.5;
+    b.qrsWidth = 0.12;
+    b.tMv = 0.4;
+    b.pWave = false;
+    return b;
+}
+
+// Deterministic Gaussian noise for the noisy-baseline scenarios.
+struct Noise {
+    uint64_t state = 0x9e3779b97f4a7c15ULL;
+    double uniform() {
+        state = state * 6364136223846793005ULL + 1442695040888963407ULL;
+        return (static_cast<double>(state >> 11) + 0.5) / 9007199254740992.0;
+    }
+    double normal() { return std::sqrt(-2 * std::log(uniform())) * std::cos(2 * M_PI * uniform()); }
+};
+
+std::vector<double> render(const Scenario& s) {
+    const size_t n = static_cast<size_t>(s.seconds * kSamplesPerSecond);
+    std::vector<double> mv(n, 0.0);
+    for (size_t i = 0; i < s.beats.size(); ++i) {
+        const Beat& b = s.beats[i];
+        const double rr = i + 1 < s.beats.size() ? s.beats[i + 1].time - b.time : (i > 0 ? b.time - s.beats[i - 1].time : 1);
+        // T wave and P wave shrink into short cycles so that a beat never runs into the next one.
+        const double tCentre = std::min(0.30, 0.45 * rr), tHalf = std::min(0.09, 0.18 * rr);
+        const double pCentre = -std::min(0.16, 0.3 * rr), pHalf = std::min(0.04, 0.08 * rr);
+        const long first = std::max(0L, static_cast<long>((b.time - 0.3) * kSamplesPerSecond));
+        const long last = std::min(static_cast<long>(n) - 1, static_cast<long>((b.time + 0.5) * kSamplesPerSecond));
+        for (long k = first; k <= last; ++k) {
+            const double dt = static_cast<double>(k) / kSamplesPerSecond - b.time;
+            double v = 0;
+            if (std::fabs(dt) < b.qrsWidth / 2) v += b.qrsMv * (1 - 2 * std::fabs(dt) / b.qrsWidth);
+            if (std::fabs(dt - tCentre) < tHalf) v += b.tMv * std::cos(M_PI / 2 * (dt - tCentre) / tHalf);
+            if (b.pWave && std::fabs(dt - pCentre) < pHalf) v += 0.1 * std::cos(M_PI / 2 * (dt - pCentre) / pHalf);
+            mv[static_cast<size_t>(k)] += v;
+        }
+    }
+    Noise noise;
+    for (size_t k = 0; k < n; ++k) {
+        const double t = static_cast<double>(k) / kSamplesPerSecond;
+        mv[k] += s.mainsMv * std::sin(2 * M_PI * s.mainsHz * t + 0.3) + s.wanderMv * std::sin(2 * M_PI * s.wanderHz * t);
+        if (s.noiseMv > 0) mv[k] += s.noiseMv * noise.normal();
+    }
+    return mv;
+}
+
+std::vector<int> runThroughLibrary(const Scenario& s, int32_t device) {
+    const std::vector<double> mv = render(s);
+    ParamsIn in;
+    std::memset(&in, 0, sizeof in);
+    in.nDeviceId = device;
+    for (int i = 0; i < 25; ++i) {
+        in.nBreathChan1[i] = in.nBreathChan0[i] = 30000;
+        in.nAccX[i] = 512;
+        in.nAccY[i] = 512;
+        in.nAccZ[i] = 640;
+    }
+    ParamsOut out;
+    std::vector<int> rates;
+    initDevice(device);
+    for (size_t f = 0; f * kSamplesPerSecond < mv.size(); ++f) {
+        in.nFrameSeq = static_cast<int32_t>(f);
+        for (int i = 0; i < kSamplesPerSecond; ++i) {
+            const double v = 512 + std::round(mv[f * kSamplesPerSecond + static_cast<size_t>(i)] * kCountsPerMv);
+            in.nHeartData[i] = static_cast<int32_t>(std::clamp(v, 0.0, 1023.0));
+        }
+        processSignal(in, &out);
+        rates.push_back(out.nHeartRate);
+    }
+    freeDevice(device);
+    return rates;
+}
+
+double medianOfLast(const std::vector<int>& rates, size_t count) {
+    std::vector<int> tail(rates.end() - static_cast<long>(std::min(count, rates.size())), rates.end());
+    std::sort(tail.begin(), tail.end());
+    return tail.empty() ? 0 : tail[tail.size() / 2];
+}
+
+bool within(double reading, double expected) {
+    return expected == 0 ? reading == 0 : std::fabs(reading - expected) <= tolerance(expected);
+}
+
+// Seconds from `from` to the end of the first second whose rate satisfies `ok` (frame s covers
+// [s, s+1)); -1 if none does.
+double responseTime(const std::vector<int>& rates, double from, const std::function<bool(int)>& ok) {
+    for (size_t s = static_cast<size_t>(std::ceil(from)); s < rates.size(); ++s)
+        if (ok(rates[s])) return static_cast<double>(s + 1) - from;
+    return -1;
+}
+
+Outcome judge(const Scenario& s, const std::vector<int>& rates) {
+    Outcome o;
+    o.reading = medianOfLast(rates, static_cast<size_t>(kReadingWindowSeconds));
+    o.pass = within(o.reading, s.expected);
+    if (s.kind == Kind::Step) {
+        o.time1 = responseTime(rates, s.eventAt, [&](int r) { return r > 0 && within(r, s.expected); });
+        o.pass = o.pass && o.time1 >= 0 && o.time1 <= kResponseLimitSeconds;
+    } else if (s.kind == Kind::Asystole) {
+        const std::vector<int> untilResume(rates.begin(), rates.begin() + static_cast<long>(std::min<size_t>(
+                                                                   rates.size(), static_cast<size_t>(s.resumeAt))));
+        o.time1 = responseTime(untilResume, s.eventAt, [](int r) { return r == 0; });
+        o.time2 = responseTime(rates, s.resumeAt, [&](int r) { return r > 0 && within(r, s.expected); });
+        o.pass = o.pass && o.time1 >= 0 && o.time1 <= kResponseLimitSeconds && o.time2 >= 0 &&
+                 o.time2 <= kResponseLimitSeconds;
+    }
+    return o;
+}
+
+std::string num(double v) {
+    char b[32];
+    std::snprintf(b, sizeof b, "%g", v);
+    return b;
+}
+
+std::vector<Scenario> scenarios() {
+    std::vector<Scenario> list;
+    auto steady = [&](const std::string& name, const std::string& waveform, double rate, Beat shape) {
+        Scenario s;
+        s.name = name;
+        s.waveform = waveform;
+        s.expected = rate;
+        addRegular(s.beats, rate, 0.5, s.seconds, shape);
+        list.push_back(s);
+        return &list.back();
+    };
+    for (double rate : {30, 60, 80, 120, 180, 240, 300}) {
+        Beat b;
+        if (rate > 200) b.tMv = 0;  // no room for a T wave in such short cycles
+        steady("rate " + num(rate), num(rate) + " bpm, 1 mV, 70 ms" + (rate > 200 ? ", no T wave" : ""), rate, b);
+    }
+    {
+        Beat b;
+        b.qrsMv = 0.15;
+        b.tMv = 0.03;
+        Scenario* s = steady("amplitude 0.15 mV", "80 bpm, 0.15 mV QRS: must not be counted (reads 0)", 80, b);
+        s->expected = 0;
+    }
+    for (double a : {0.5, 1.0, 2.0, 3.0, 5.0}) {
+        Beat b;
+        b.qrsMv = a;
+        b.tMv = 0.2 * a;
+        steady("amplitude " + num(a) + " mV", "80 bpm, " + num(a) + " mV QRS, T " + num(0.2 * a) + " mV", 80, b);
+    }
+    for (double w : {0.04, 0.07, 0.12}) {
+        Beat b;
+        b.qrsWidth = w;
+        steady("QRS width " + num(w * 1000) + " ms", "80 bpm, 1 mV, " + num(w * 1000) + " ms wide", 80, b);
+    }
+    for (double t : {0.4, 0.8, 1.2}) {
+        Beat b;
+        b.qrsWidth = 0.1;
+        b.tMv = t;
+        steady("tall T " + num(t) + " mV", "80 bpm, 1 mV 100 ms QRS, T " + num(t) + " mV: T not counted", 80, b);
+    }
+    for (double to : {120.0, 40.0}) {
+        Scenario s;
+        s.name = "step 80 to " + num(to);
+        s.waveform = "80 bpm for 40 s, then " + num(to) + " bpm for 40 s; response time";
+        s.kind = Kind::Step;
+        s.seconds = 80;
+        s.eventAt = 40;
+        s.expected = to;
+        addRegular(s.beats, 80, 0.5, 40);
+        addRegular(s.beats, to, s.beats.back().time + 60.0 / to, s.seconds);
+        list.push_back(s);
+    }
+    {
+        auto irregular = [&](const std::string& name, const std::string& waveform, double rate,
+                             const std::vector<double>& intervals, const std::vector<Beat>& shapes) {
+            Scenario s;
+            s.name = name;
+            s.waveform = waveform;
+            s.expected = rate;
+            addPattern(s.beats, intervals, shapes, 0.5, s.seconds);
+            list.push_back(s);
+        };
+        const Beat normal;
+        Beat down = normal;
+        down.qrsMv = -1;
+        down.tMv = -0.2;
+        irregular("ventricular bigeminy 80",
+                  "normal and wide (120 ms, -1.5 mV) beats alternating, RR 0.6 / 0.9 s: 80 bpm", 80, {0.6, 0.9},
+                  {normal, ventricular()});
+        irregular("slow alternating bigeminy 60", "normal and wide beats alternating at an even RR of 1.0 s: 60 bpm",
+                  60, {1.0}, {normal, ventricular()});
+        irregular("rapid alternating bigeminy 120",
+                  "normal and wide beats alternating at an even RR of 0.5 s: 120 bpm", 120, {0.5},
+                  {normal, ventricular()});
+        irregular("bidirectional systoles 90", "upright and inverted 1 mV complexes alternating, even RR: 90 bpm", 90,
+                  {60.0 / 90}, {normal, down});
+    }
+    for (double noise : {0.0, 0.05}) {
+        Scenario s;
+        s.name = noise > 0 ? "asystole, noisy baseline" : "asystole, flat line";
+        s.waveform = "80 bpm for 30 s, no beats for 20 s, 80 bpm for 30 s" +
+                     (noise > 0 ? std::string("; 0.05 mV rms noise throughout") : std::string());
+        s.kind = Kind::Asystole;
+        s.seconds = 80;
+        s.noiseMv = noise;
+        s.expected = 80;
+        addRegular(s.beats, 80, 0.5, 30);
+        s.eventAt = s.beats.back().time;
+        s.resumeAt = s.eventAt + 20;
+        addRegular(s.beats, 80, s.resumeAt, s.seconds);
+        list.push_back(s);
+    }
+    for (double hz : {50.0, 60.0}) {
+        Scenario s;
+        s.name = "mains " + num(hz) + " Hz";
+        s.waveform = "80 bpm, 1 mV, with " + num(hz) + " Hz interference of 0.2 mV amplitude";
+        s.expected = 80;
+        s.mainsHz = hz;
+        s.mainsMv = 0.2;
+        addRegular(s.beats, 80, 0.5, s.seconds);
+        list.push_back(s);
+    }
+    {
+        Scenario s;
+        s.name = "baseline wander";
+        s.waveform = "80 bpm, 1 mV, on a 0.25 Hz sine of 1 mV amplitude";
+        s.expected = 80;
+        s.wanderHz = 0.25;
+        s.wanderMv = 1;
+        addRegular(s.beats, 80, 0.5, s.seconds);
+        list.push_back(s);
+    }
+    return list;
+}
+
+std::string jsonText(const std::string& s) {
+    std::string r = "\"";
+    for (char c : s) r += (c == '"' || c == '\\') ? std::string("\\") + c : std::string(1, c);
+    return r + "\"";
+}
+
+}  // namespace
+
+int runMeter(const std::vector<std::string>& args) {
+    ParsedArgs p;
+    std::string error;
+    if (!parseArgs(args, {"--json"}, {}, p, error)) return usageError("meter", error, kMeterUsage);
+    if (p.help) {
+        std::fputs(kMeterUsage, stdout);
+        return kExitOk;
+    }
+    if (!p.positional.empty()) return usageError("meter", "unexpected argument '" + p.positional[0] + "'", kMeterUsage);
+
+    if (p.values.count("--json") && !checkOutputs({}, {{"--json", p.values["--json"]}}, error)) {
+        std::fprintf(stderr, "rtmonitor meter: %s\n", error.c_str());
+        return kExitInput;
+    }
+    const std::vector<Scenario> list = scenarios();
+    std::ostringstream json;
+    json << "{\n  \"tolerance\": \"max(10 %, 5 bpm)\",\n  \"scenarios\": [";
+    std::printf("%-32s %8s %8s %8s %9s  %-6s %s\n", "scenario", "expected", "reading", "tol", "times s", "result",
+                "waveform");
+    int passed = 0;
+    for (size_t i = 0; i < list.size(); ++i) {
+        const Scenario& s = list[i];
+        const std::vector<int> rates = runThroughLibrary(s, kFirstMeterDevice + static_cast<int32_t>(i));
+        const Outcome o = judge(s, rates);
+        passed += o.pass ? 1 : 0;
+        std::string times = "-";
+        auto t = [](double v) { return v < 0 ? std::string("never") : num(v); };
+        if (s.kind == Kind::Step) times = t(o.time1);
+        if (s.kind == Kind::Asystole) times = t(o.time1) + "/" + t(o.time2);
+        const std::string tol = s.expected == 0 ? "=0" : num(tolerance(s.expected));
+        std::printf("%-32s %8s %8s %8s %9s  %-6s %s\n", s.name.c_str(), num(s.expected).c_str(),
+                    num(o.reading).c_str(), tol.c_str(), times.c_str(), o.pass ? "pass" : "FAIL", s.waveform.c_str());
+        json << (i ? "," : "") << "\n    {\"name\": " << jsonText(s.name) << ", \"waveform\": " << jsonText(s.waveform)
+             << ", \"expected_bpm\": " << num(s.expected) << ", \"reading_bpm\": " << num(o.reading)
+             << ", \"tolerance_bpm\": " << (s.expected == 0 ? "0" : num(tolerance(s.expected)));
+        if (s.kind == Kind::Step) json << ", \"response_s\": " << (o.time1 < 0 ? "null" : num(o.time1));
+        if (s.kind == Kind::Asystole)
+            json << ", \"time_to_zero_s\": " << (o.time1 < 0 ? "null" : num(o.time1))
+                 << ", \"time_to_recover_s\": " << (o.time2 < 0 ? "null" : num(o.time2));
+        json << ", \"pass\": " << (o.pass ? "true" : "false") << "}";
+    }
+    std::printf("times: rate steps, seconds to the new rate; asystole, seconds to read 0 / to recover (limits %g s)\n",
+                kResponseLimitSeconds);
+    std::printf("%d of %zu scenarios pass\n", passed, list.size());
+    json << "\n  ],\n  \"passed\": " << passed << ",\n  \"total\": " << list.size() << "\n}\n";
+    if (p.values.count("--json") && !writeWholeFile(p.values["--json"], json.str(), error)) {
+        std::fprintf(stderr, "rtmonitor meter: %s: cannot write: %s\n", p.values["--json"].c_str(), error.c_str());
+        return kExitInput;
+    }
+    return kExitOk;
+}
+
+}  // namespace rtmtool

@@ -1,0 +1,244 @@
+// Rate scoring for `rtmonitor evaluate`: the heart-rate reference from annotated beats, reference
+// rates read from CSV, the per-second comparison, and the table and JSON that report it.
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <limits>
+#include <sstream>
+
+#include "evaluate.h"
+
+namespace rtmtool {
+namespace {
+
+constexpr double kNoRef = std::numeric_limits<double>::quiet_NaN();
+constexpr double kHrWindowSeconds = 10, kMinRr = 0.2, kMaxRr = 3.0;
+
+std::vector<std::string> splitCsv(const std::string& line) {
+    std::vector<std::string> r(1);
+    for (char c : line) {
+        if (c == ',') r.emplace_back();
+        else if (c != '\r' && c != '"') r.back() += c;
+    }
+    return r;
+}
+
+bool number(const std::string& t, double& v) {
+    if (t.empty()) return false;
+    char* end = nullptr;
+    v = std::strtod(t.c_str(), &end);
+    return end == t.c_str() + t.size() && std::isfinite(v);
+}
+
+std::string jsonString(const std::string& s) {
+    std::string r = "\"";
+    for (char c : s) {
+        if (c == '"' || c == '\\') r += '\\', r += c;
+        else if (static_cast<unsigned char>(c) < 0x20) {
+            char b[8];
+            std::snprintf(b, sizeof b, "\\u%04x", c);
+            r += b;
+        } else r += c;
+    }
+    return r + "\"";
+}
+
+std::string fmt(const char* f, double v) {
+    char b[64];
+    std::snprintf(b, sizeof b, f, v);
+    return b;
+}
+
+std::string scoreJson(const RateScore& s) {
+    std::ostringstream o;
+    o << "{\"reference\": " << jsonString(s.reference) << ", \"unit\": " << jsonString(s.unit)
+      << ", \"seconds_with_reference\": " << s.seconds << ", \"seconds_covered\": " << s.covered
+      << ", \"coverage\": " << fmt("%.4f", s.seconds ? static_cast<double>(s.covered) / s.seconds : 0)
+      << ", \"mean_abs_error\": " << fmt("%.3f", s.meanAbsError) << ", \"bias\": " << fmt("%.3f", s.bias)
+      << ", \"within_abs\": " << fmt("%.4f", s.withinAbs) << ", \"abs_tolerance\": " << fmt("%g", s.absTolerance)
+      << ", \"within_10_percent\": " << fmt("%.4f", s.withinPercent) << "}";
+    return o.str();
+}
+
+}  // namespace
+
+bool readReferenceCsv(const std::string& path, size_t seconds, Evaluation& e, std::string& error) {
+    std::ifstream f(path);
+    if (!f) {
+        error = path + ": cannot open";
+        return false;
+    }
+    std::string line;
+    if (!std::getline(f, line)) {
+        error = path + ": empty file";
+        return false;
+    }
+    std::vector<std::string> head = splitCsv(line);
+    auto col = [&](const char* name) {
+        for (size_t i = 0; i < head.size(); ++i)
+            if (head[i] == name) return static_cast<int>(i);
+        return -1;
+    };
+    int timeCol = col("frame"), hrCol = col("hr_ref_bpm"), brCol = col("br_ref_bpm"), agreeCol = col("br_agree");
+    const bool byFrame = timeCol >= 0;
+    if (timeCol < 0) timeCol = col("time_s") >= 0 ? col("time_s") : col("time");
+    int lineNo = 1;
+    double v = 0;
+    if (hrCol < 0 && brCol < 0) {
+        // Two columns, time and breathing rate, with or without a header line.
+        if (head.size() < 2) {
+            error = path + ": expected columns time,rate or frame,hr_ref_bpm,br_ref_bpm";
+            return false;
+        }
+        timeCol = 0;
+        brCol = 1;
+        if (number(head[0], v)) {
+            f.clear();
+            f.seekg(0);
+            lineNo = 0;
+        }
+    } else if (timeCol < 0) {
+        error = path + ": no frame or time_s column";
+        return false;
+    }
+    e.heartReference.assign(seconds, kNoRef);
+    e.breathReference.assign(seconds, kNoRef);
+    size_t hrRows = 0, brRows = 0, outside = 0;
+    while (std::getline(f, line)) {
+        ++lineNo;
+        if (line.empty() || line == "\r") continue;
+        const std::vector<std::string> c = splitCsv(line);
+        auto cell = [&](int i) { return i >= 0 && static_cast<size_t>(i) < c.size() ? c[static_cast<size_t>(i)] : ""; };
+        double t = 0;
+        if (!number(cell(timeCol), t) || t < 0) {
+            error = path + ":" + std::to_string(lineNo) + ": bad time '" + cell(timeCol) + "'";
+            return false;
+        }
+        const size_t s = static_cast<size_t>(byFrame ? t : std::floor(t));
+        if (s >= seconds) {
+            ++outside;
+            continue;
+        }
+        for (int which = 0; which < 2; ++which) {
+            const int k = which == 0 ? hrCol : brCol;
+            if (k < 0 || cell(k).empty()) continue;
+            if (!number(cell(k), v) || v < 0) {
+                error = path + ":" + std::to_string(lineNo) + ": bad rate '" + cell(k) + "'";
+                return false;
+            }
+            if (which == 1 && agreeCol >= 0 && cell(agreeCol) != "1") continue;
+            (which == 0 ? e.heartReference : e.breathReference)[s] = v;
+            ++(which == 0 ? hrRows : brRows);
+        }
+    }
+    if (hrRows > 0) {
+        e.haveHeart = true;
+        e.heart.reference = path + " (hr_ref_bpm)";
+    }
+    if (brRows > 0) {
+        e.haveBreath = true;
+        e.breath.reference = path + (agreeCol >= 0 ? " (br_ref_bpm, rows with br_agree = 1)" : " (breathing rate)");
+    }
+    if (outside > 0) e.notes.push_back(std::to_string(outside) + " reference rows lie beyond the recording and are ignored");
+    return true;
+}
+
+std::vector<double> referenceHeartRate(const std::vector<double>& beats, size_t seconds) {
+    std::vector<double> ref(seconds, kNoRef);
+    size_t first = 0;
+    for (size_t s = 0; s < seconds; ++s) {
+        const double end = static_cast<double>(s + 1), start = end - kHrWindowSeconds;
+        while (first < beats.size() && beats[first] <= start) ++first;
+        double sum = 0;
+        int n = 0;
+        for (size_t i = first; i + 1 < beats.size() && beats[i + 1] <= end; ++i) {
+            const double rr = beats[i + 1] - beats[i];
+            if (rr >= kMinRr && rr <= kMaxRr) {
+                sum += rr;
+                ++n;
+            }
+        }
+        if (n > 0) ref[s] = 60.0 * n / sum;
+    }
+    return ref;
+}
+
+RateScore scoreRates(const std::vector<double>& library, const std::vector<double>& reference, double absTolerance) {
+    RateScore r;
+    r.absTolerance = absTolerance;
+    double absSum = 0, sum = 0;
+    size_t inAbs = 0, inPct = 0;
+    for (size_t s = 0; s < reference.size() && s < library.size(); ++s) {
+        if (std::isnan(reference[s])) continue;
+        ++r.seconds;
+        if (library[s] <= 0) continue;
+        ++r.covered;
+        const double d = library[s] - reference[s];
+        absSum += std::fabs(d);
+        sum += d;
+        if (std::fabs(d) <= absTolerance) ++inAbs;
+        if (std::fabs(d) <= 0.1 * reference[s]) ++inPct;
+    }
+    if (r.covered > 0) {
+        r.meanAbsError = absSum / static_cast<double>(r.covered);
+        r.bias = sum / static_cast<double>(r.covered);
+    }
+    if (r.seconds > 0) {
+        r.withinAbs = static_cast<double>(inAbs) / static_cast<double>(r.seconds);
+        r.withinPercent = static_cast<double>(inPct) / static_cast<double>(r.seconds);
+    }
+    return r;
+}
+
+std::string evaluationJson(const Evaluation& e) {
+    std::ostringstream o;
+    o << "{\n  \"record\": " << jsonString(e.record) << ",\n  \"frames\": " << e.frames
+      << ",\n  \"beat_by_beat\": {\"scored\": false, \"reason\": " << jsonString(e.beatByBeat) << "}"
+      << ",\n  \"heart_rate\": " << (e.haveHeart ? scoreJson(e.heart) : "null")
+      << ",\n  \"breathing_rate\": " << (e.haveBreath ? scoreJson(e.breath) : "null") << ",\n  \"notes\": [";
+    for (size_t i = 0; i < e.notes.size(); ++i) o << (i ? ", " : "") << jsonString(e.notes[i]);
+    o << "],\n  \"per_second\": {";
+    const std::vector<double>* columns[] = {&e.heartRate, &e.heartReference, &e.breathRate, &e.breathReference};
+    const char* names[] = {"heart_rate", "heart_reference", "breathing_rate", "breathing_reference"};
+    for (int c = 0; c < 4; ++c) {
+        o << (c ? ",\n    " : "\n    ") << jsonString(names[c]) << ": [";
+        for (size_t s = 0; s < columns[c]->size(); ++s) {
+            const double v = (*columns[c])[s];
+            o << (s ? "," : "") << (std::isnan(v) ? std::string("null") : fmt("%.2f", v));
+        }
+        o << "]";
+    }
+    o << "\n  }\n}\n";
+    return o.str();
+}
+
+std::string evaluationTable(const Evaluation& e) {
+    std::ostringstream o;
+    o << "record " << e.record << ": " << e.frames << " seconds analysed\n\n";
+    char line[256];
+    std::snprintf(line, sizeof line, "%-15s %8s %9s %10s %13s %11s %10s\n", "", "seconds", "coverage",
+                  "mean |err|", "within tol", "within 10 %", "bias");
+    o << line;
+    auto row = [&](const RateScore& s, bool have, const char* name) {
+        if (!have) {
+            std::snprintf(line, sizeof line, "%-15s %8s  no reference\n", name, "-");
+            o << line;
+            return;
+        }
+        const std::string tol = "(" + fmt("%g", s.absTolerance) + ") ";
+        std::snprintf(line, sizeof line, "%-15s %8zu %8.1f%% %6.2f %-4s %5s%6.1f%% %10.1f%% %+6.2f %s\n", name, s.seconds,
+                      s.seconds ? 100.0 * static_cast<double>(s.covered) / static_cast<double>(s.seconds) : 0.0,
+                      s.meanAbsError, s.unit.c_str(), tol.c_str(), 100.0 * s.withinAbs, 100.0 * s.withinPercent,
+                      s.bias, s.unit.c_str());
+        o << line << "  reference: " << s.reference << "\n";
+    };
+    row(e.heart, e.haveHeart, "heart rate");
+    row(e.breath, e.haveBreath, "breathing rate");
+    o << "\nbeat by beat: " << e.beatByBeat << "\n";
+    for (const std::string& n : e.notes) o << "note: " << n << "\n";
+    return o.str();
+}
+
+}  // namespace rtmtool
