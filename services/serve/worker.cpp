@@ -307,15 +307,15 @@ bool Worker::release(int p) {
     return true;
 }
 
-bool Worker::poll(Partition& part) {
-    if (part.sub == nullptr && !openConsumer(part, part.ackedSeq + 1)) return false;
+void Worker::poll(Partition& part) {
+    if (part.sub == nullptr && !openConsumer(part, part.ackedSeq + 1)) return;
     // A fetch from an idle partition waits out its timeout, so the wait is shared among the
     // partitions: an idle worker goes round all of them about every 50 ms.
     const int64_t waitMs = std::max<int64_t>(2, 50 / static_cast<int64_t>(std::max<size_t>(1, owned_.size())));
     natsMsgList list = {nullptr, 0};
     jsErrCode jerr = static_cast<jsErrCode>(0);
     const natsStatus s = natsSubscription_Fetch(&list, part.sub, opt_.batch, waitMs, &jerr);
-    if (s != NATS_OK && list.Count == 0) return false;
+    if (s != NATS_OK && list.Count == 0) return;
     std::vector<int64_t> frameTimes;
     Outcome o = Outcome::Ok;
     for (int i = 0; i < list.Count && o == Outcome::Ok; ++i) {
@@ -333,10 +333,7 @@ bool Worker::poll(Partition& part) {
         // frames analysed already are skipped by their devices.
         closeConsumer(part);
         openConsumer(part, part.ackedSeq + 1);
-    } else if (o == Outcome::Lost) {
-        drop(part.index, "its snapshots were written by another worker");
     }
-    return true;
 }
 
 Worker::Outcome Worker::loadDevice(int32_t id, Device& dev) {

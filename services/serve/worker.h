@@ -69,7 +69,7 @@ private:
     void closeConsumer(Partition& part);
     void drop(int p, const std::string& why);
     bool release(int p);
-    bool poll(Partition& part);
+    void poll(Partition& part);
     Outcome handle(Partition& part, natsMsg* msg, std::vector<int64_t>& frameTimes);
     Outcome loadDevice(int32_t id, Device& dev);
     Outcome snapshotRound(Partition& part);
