@@ -9,25 +9,21 @@
 
 #include "rtmonitor.h"
 #include "rtmonitor/CBeatMeasure.h"
+#include "synth/vitals.h"
 
 namespace {
 
 constexpr int kPrecomputedPackets = 64;  // 64 s, a whole number of 0.8-s beats
 
-// 75/min: a 250-count R wave (10-ms Gaussian), small S dip and T wave every 160 samples, on a
-// 512 baseline.
+// 75/min from the shared generator as a metronome (fixed RR, 250-count R wave), on a 512
+// baseline.
 std::vector<std::vector<int>> syntheticPackets(int count) {
+    rtm_synth::EcgSynth ecg(1, 75.0, 250.0);
+    ecg.setVariability(0.0, 0.0);
     std::vector<std::vector<int>> packets;
     for (int k = 0; k < count; ++k) {
         std::vector<int> p(200);
-        for (int i = 0; i < 200; ++i) {
-            const int n = (k * 200 + i) % 160;
-            const double t = (n - 40) / 200.0;
-            const double v = 250 * std::exp(-0.5 * std::pow(t / 0.010, 2)) -
-                             50 * std::exp(-0.5 * std::pow((t - 0.025) / 0.008, 2)) +
-                             60 * std::exp(-0.5 * std::pow((t - 0.26) / 0.04, 2));
-            p[static_cast<size_t>(i)] = 512 + static_cast<int>(std::lround(v));
-        }
+        for (int& v : p) v = static_cast<int>(std::lround(ecg.cleanSample()));
         packets.push_back(p);
     }
     return packets;

@@ -11,7 +11,7 @@
 #include <cstdint>
 #include <cstring>
 
-#include "soak/synth_vitals.h"
+#include "synth/vitals.h"
 
 namespace rtm_fuzz {
 

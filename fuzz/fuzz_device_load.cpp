@@ -20,7 +20,7 @@
 #include "api/snapshot.h"
 #include "frame_script.h"
 #include "fuzz_common.h"
-#include "soak/synth_vitals.h"
+#include "synth/vitals.h"
 
 namespace rtm_fuzz_device_load {
 

@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "frame_script.h"
-#include "soak/synth_vitals.h"
+#include "synth/vitals.h"
 
 namespace {
 

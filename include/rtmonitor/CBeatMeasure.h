@@ -129,8 +129,7 @@ public:
     int nBeatRingPos;             // slot of the next beat; newest is one behind
     unsigned char nBeatRingStarted;  // set by the first stored beat
 
-    // The three detection rings must stay adjacent and in this order: the heart driver's convex
-    // peak test reads index nRingPos - 3 unwrapped, which for nRingPos 0..2 is the tail of nAbsRing.
+    // The three detection rings stay adjacent and in this order (hosts read them by offset).
     int nFilteredRing[kLeadRows][kRingLength];  // band-passed ECG x 1000 / fSignalGain
     int nAbsRing[kLeadRows][kRingLength];       // |nFilteredRing|
     int nConvexRing[kLeadRows][kRingLength];    // Convexpointoperator output
@@ -193,8 +192,7 @@ public:
     int nSpareInitC;              // cleared by Init, otherwise unused
 };
 
-// The layout-dependent read of the heart driver is computed, not performed, but the order it
-// mirrors is kept as a compile-time fact.
+// The order of the detection rings is part of the layout; kept as a compile-time fact.
 static_assert(offsetof(CBeatMeasure, nAbsRing) ==
                   offsetof(CBeatMeasure, nFilteredRing) + sizeof(CBeatMeasure::nFilteredRing),
               "nAbsRing must follow nFilteredRing directly");

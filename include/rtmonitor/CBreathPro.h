@@ -7,6 +7,9 @@
 
 #include <cstdint>
 
+// Respiration samples per second; every call of ProcessingBreath carries one second of them.
+constexpr int BREATH_SAMPLE_RATE = 25;
+
 class CBreathPro {
 public:
     CBreathPro();

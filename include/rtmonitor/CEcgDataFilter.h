@@ -5,6 +5,8 @@
 
 class CEcgDataFilter {
 public:
+    // Both do nothing: call InitFilter before the first BaseFilter, which sets the sum and
+    // the count (they are indeterminate until then).
     CEcgDataFilter();
     ~CEcgDataFilter();
 
@@ -12,6 +14,6 @@ public:
     int InitFilter();
     int BaseFilter(int x, int nUnused, int lead, int flag);
 
-    int nSum = 0;    // running sum of the inputs since InitFilter (wraps at 32 bits)
-    int nCount = 0;  // inputs summed since InitFilter
+    int nSum;    // running sum of the inputs since InitFilter (wraps at 32 bits)
+    int nCount;  // inputs summed since InitFilter
 };

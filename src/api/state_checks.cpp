@@ -2,7 +2,7 @@
 // the ones that were written; these checks keep a well-formed but forged state from reaching
 // the analysers. Members listed here are used as array positions, loop bounds or divisors, or
 // are counters and sums that advance with plain (not wrapping) arithmetic. The heart analyser
-// wraps every position it reads (ring_index.h), so only its fixed constants and the one
+// wraps every position it reads (ring.h), so only its fixed constants and the one
 // counter it divides by are checked.
 #include "api/state_checks.h"
 

@@ -5,8 +5,6 @@
 
 #include <cstdint>
 
-namespace rtm {
-
 constexpr int kBreathProTaps = 115;
 constexpr int kBreathHighTaps = 325;
 constexpr int kBaoLuoTaps = 9;
@@ -14,5 +12,3 @@ constexpr int kBaoLuoTaps = 9;
 extern const int32_t nCoef_breath_pro[kBreathProTaps];
 extern const int32_t nCoef_breath_high[kBreathHighTaps];
 extern const int64_t BaoLuo_Coef[kBaoLuoTaps];
-
-}  // namespace rtm

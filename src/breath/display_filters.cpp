@@ -10,8 +10,6 @@
 #include "common/exact_math.h"
 #include "rtmonitor/CBreathPro.h"
 
-namespace rtm {
-
 // 115-tap band-pass of the second chain; symmetric, sum 10648.
 const int32_t nCoef_breath_pro[kBreathProTaps] = {
     -137, 79, 68, 64, 63, 63, 63, 60, 56, 48, 37, 24,
@@ -53,8 +51,6 @@ const int32_t nCoef_breath_high[kBreathHighTaps] = {
 
 // Envelope table of the subsystem; no operation reads it, but it is part of the data.
 const int64_t BaoLuo_Coef[kBaoLuoTaps] = {773, 2330, 4271, 6120, 6761, 6120, 4271, 2330, 773};
-
-}  // namespace rtm
 
 namespace {
 
@@ -161,11 +157,11 @@ int CBreathPro::nBaseFilterBreathpro(int x) {
 }
 
 int CBreathPro::LowFilterBreath_pro(int x) {
-    return symmetricFirStep(nProFilterRing, rtm::kBreathProTaps, nProFilterPos, rtm::nCoef_breath_pro, x);
+    return symmetricFirStep(nProFilterRing, kBreathProTaps, nProFilterPos, nCoef_breath_pro, x);
 }
 
 int CBreathPro::highFilterBreath_pro(int x) {
-    return symmetricFirStep(nHighFilterRing, rtm::kBreathHighTaps, nHighFilterPos, rtm::nCoef_breath_high,
+    return symmetricFirStep(nHighFilterRing, kBreathHighTaps, nHighFilterPos, nCoef_breath_high,
                             x);
 }
 

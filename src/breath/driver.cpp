@@ -12,7 +12,6 @@
 
 namespace {
 
-constexpr int kBlockSamples = 25;          // samples per call and per rate update
 constexpr int kBufferSamples = 1000;       // 40 s analysis window
 constexpr int kEnergySamples = 50;         // 2 s energy window
 constexpr int32_t kDeadLow = 0;            // a sensor stuck at either rail for a whole block
@@ -85,13 +84,13 @@ void CBreathPro::ProcessingBreath(int nPass, int* pChan0, int* pChan1, int /*nCo
     // Every call carries one second; existing hosts pass 25 whatever nCount says.
     int atLow = 0;
     int atHigh = 0;
-    for (int i = 0; i < kBlockSamples; ++i) {
+    for (int i = 0; i < BREATH_SAMPLE_RATE; ++i) {
         if (pChan1[i] == kDeadLow) ++atLow;
         if (pChan1[i] == kDeadHigh) ++atHigh;
     }
-    const bool deadBlock = atLow == kBlockSamples || atHigh == kBlockSamples;
+    const bool deadBlock = atLow == BREATH_SAMPLE_RATE || atHigh == BREATH_SAMPLE_RATE;
 
-    for (int i = 0; i < kBlockSamples; ++i) {
+    for (int i = 0; i < BREATH_SAMPLE_RATE; ++i) {
         lSampleCount += 1;
 
         int y0 = 0;
@@ -128,7 +127,7 @@ void CBreathPro::ProcessingBreath(int nPass, int* pChan0, int* pChan1, int /*nCo
             fReportedRate = 0.0f;
             continue;
         }
-        if (lSampleCount % kBlockSamples != 0) {
+        if (lSampleCount % BREATH_SAMPLE_RATE != 0) {
             *pStatus = nBreathStatus;
             *pRate = rtm::floatToIntX86(fReportedRate);
             continue;

@@ -39,8 +39,8 @@ void CBreathPro::FindPeakMinMax(int* data, int nStart, int nEnd, int nMinDist, i
         return;
     }
     const int64_t minDist = nMinDist;
-    const int64_t halfDist = nMinDist / 2;
-    const int64_t halfDistWide = halfDist + 2;
+    const int64_t nHalfDist = nMinDist / 2;
+    const int64_t nHalfDistWide = nHalfDist + 2;
 
     int np = 0;
     int nt = 0;
@@ -63,7 +63,7 @@ void CBreathPro::FindPeakMinMax(int* data, int nStart, int nEnd, int nMinDist, i
                 // Before any peak is accepted there is nothing to replace.
                 if (np > 0 && x > data[pPeakLoc[np - 1]]) pPeakLoc[np - 1] = i;
             } else if (np == 0) {
-                if (nt > 0 && pos - pTroughLoc[0] > halfDist) pPeakLoc[np++] = i;
+                if (nt > 0 && pos - pTroughLoc[0] > nHalfDist) pPeakLoc[np++] = i;
                 // Set even when the candidate is refused: the next trough is then judged as one
                 // following a peak, which existing outputs depend on.
                 lastWasPeak = true;
@@ -73,7 +73,7 @@ void CBreathPro::FindPeakMinMax(int* data, int nStart, int nEnd, int nMinDist, i
                     lastWasPeak = true;
                 }
             } else if (!(np > 4 && nt > 4)) {
-                if (pos - pPeakLoc[np - 1] > minDist && pos - pTroughLoc[nt - 1] > halfDistWide) {
+                if (pos - pPeakLoc[np - 1] > minDist && pos - pTroughLoc[nt - 1] > nHalfDistWide) {
                     pPeakLoc[np++] = i;
                     lastWasPeak = true;
                 }
@@ -85,7 +85,7 @@ void CBreathPro::FindPeakMinMax(int* data, int nStart, int nEnd, int nMinDist, i
                 const int64_t dT = pos - pTroughLoc[nt - 1];
                 if (amp > 100 && pos - pPeakLoc[np - 1] > minDist &&
                     acceptAdaptive(amp, swingBetween(vp, vt1), swingBetween(vp, vt2), dT,
-                                   halfDist)) {
+                                   nHalfDist)) {
                     pPeakLoc[np++] = i;
                     lastWasPeak = true;
                 }
@@ -98,7 +98,7 @@ void CBreathPro::FindPeakMinMax(int* data, int nStart, int nEnd, int nMinDist, i
             } else if (!lastWasPeak) {
                 if (nt > 0 && x < data[pTroughLoc[nt - 1]]) pTroughLoc[nt - 1] = i;
             } else if (nt == 0) {
-                if (np > 0 && pos - pPeakLoc[0] > halfDist) pTroughLoc[nt++] = i;
+                if (np > 0 && pos - pPeakLoc[0] > nHalfDist) pTroughLoc[nt++] = i;
                 lastWasPeak = false;  // set whether or not accepted, as on the peak side
             } else if (np == 0) {
                 if (pos - pTroughLoc[nt - 1] > minDist) {
@@ -106,7 +106,7 @@ void CBreathPro::FindPeakMinMax(int* data, int nStart, int nEnd, int nMinDist, i
                     lastWasPeak = false;
                 }
             } else if (!(np > 4 && nt > 4)) {
-                if (pos - pTroughLoc[nt - 1] > minDist && pos - pPeakLoc[np - 1] > halfDistWide) {
+                if (pos - pTroughLoc[nt - 1] > minDist && pos - pPeakLoc[np - 1] > nHalfDistWide) {
                     pTroughLoc[nt++] = i;
                     lastWasPeak = false;
                 }
@@ -120,7 +120,7 @@ void CBreathPro::FindPeakMinMax(int* data, int nStart, int nEnd, int nMinDist, i
                 // plain one; rates on record depend on this asymmetry.
                 if (amp > 100 && pos - pTroughLoc[nt - 1] > minDist &&
                     acceptAdaptive(amp, swingBetween(vt, vp1), swingBetween(vt, vp2), dP,
-                                   halfDistWide)) {
+                                   nHalfDistWide)) {
                     pTroughLoc[nt++] = i;
                     lastWasPeak = false;
                 }

@@ -15,9 +15,10 @@ namespace breath {
 namespace {
 
 constexpr int kWindowSamples = 1000;
-constexpr int kHistory10 = 10;
-constexpr int kHistory5 = 5;
-constexpr int kLongHistory = 20;
+constexpr int kSpectralHistory = 10;  // spectral bins and rates, one per update
+constexpr int kCountedHistory = 5;    // counted rates (fPeakRateHistory)
+constexpr int kSteadyHistory = 5;     // estimates accepted as steady (fRateHistory)
+constexpr int kLongHistory = 20;      // every update's estimate (fLongRateHistory)
 // 0.0244 Hz is the bin width of a 1024-point transform at 25 samples/s, to four places; the
 // reported rates are made with this rounded width.
 constexpr float kBinWidthHz = 0.0244f;
@@ -41,7 +42,7 @@ Smoothing chooseSmoothing(bool liveAndSteady, float fs) {
 
 // Step D: whether the counted rate r is adopted. Returns the value for the long history.
 float acceptCountedRate(CBreathPro& a, float r, float fs, bool steady) {
-    a.Arrayshiftfloat(a.fPeakRateHistory, kHistory5, r);
+    a.Arrayshiftfloat(a.fPeakRateHistory, kCountedHistory, r);
     if (r < 5.0f || r >= 75.0f) {
         a.nRateOutCount = wrapAdd32(a.nRateOutCount, 1);
         if (a.nRateOutCount > 4) a.bRateOut = true;
@@ -63,9 +64,9 @@ float acceptCountedRate(CBreathPro& a, float r, float fs, bool steady) {
     // Counted and spectral rates that agree on a steady spectrum: the spectral one is finer.
     if (std::fabs(a.fPeakRate - fs) < 3.0f && steady) a.fPeakRate = fs;
 
-    float sorted[kHistory5];
-    std::copy(a.fPeakRateHistory, a.fPeakRateHistory + kHistory5, sorted);
-    a.sortfloat(sorted, kHistory5);
+    float sorted[kCountedHistory];
+    std::copy(a.fPeakRateHistory, a.fPeakRateHistory + kCountedHistory, sorted);
+    a.sortfloat(sorted, kCountedHistory);
     const float mean2 = a.DataMeanfloat(sorted, 3, 5);
     a.fPeakRateMean = mean2;
     a.fCandidateRate = mean2;
@@ -82,71 +83,96 @@ float acceptCountedRate(CBreathPro& a, float r, float fs, bool steady) {
     return mean2;
 }
 
+// Peak counting has failed for a while: follow the spectrum only if all ten updates saw the same
+// bin and it agrees with what is reported; otherwise hold the reported rate.
+void followSpectrumOrHold(CBreathPro& a, float reported) {
+    const int32_t* bins = a.nSpectralBinHistory;
+    const float* spectral = a.fSpectralRateHistory;
+    int agreeing = spectral[0] > 4.0f ? 1 : 0;
+    for (int k = 1; k <= 8; ++k)
+        if (bins[k] == bins[0] && spectral[k] > 4.0f) ++agreeing;
+    float sum = 0.0f;
+    for (int k = 0; k < kSpectralHistory; ++k) sum += spectral[k];
+    const float mean10 = sum / 10.0f;
+    if (bins[9] == bins[0] && spectral[9] > 4.0f && agreeing == 9 && std::fabs(mean10 - reported) <= 3.0f)
+        a.fBreathRate = mean10;
+    else
+        a.fBreathRate = reported;
+}
+
+// The last three spectral updates: their mean rate and whether all three saw one bin above 2.
+struct SpectralTail {
+    float mean3;
+    bool agree;
+};
+
+SpectralTail lastThreeSpectral(const CBreathPro& a) {
+    const int32_t* bins = a.nSpectralBinHistory;
+    const float* spectral = a.fSpectralRateHistory;
+    const int32_t b7 = bins[7];
+    const int32_t b8 = bins[8];
+    const int32_t b9 = bins[9];
+    const int c3 = (b7 > 2 ? 1 : 0) + (b8 > 2 && b8 == b7 ? 1 : 0) + (b9 == b7 && b9 > 2 ? 1 : 0);
+    // Single-precision sum, double-precision division, kept as float.
+    const float mean3 = static_cast<float>(static_cast<double>(spectral[7] + spectral[8] + spectral[9]) / 3.0);
+    return {mean3, c3 == 3};
+}
+
+// The estimate jumped more than 5 from the reported rate: the first two jumps are not
+// believed; later ones take the spectrum when it agrees, else a mean of the recent estimates.
+void judgeJump(CBreathPro& a, float reported, const SpectralTail& tail) {
+    a.nRateJumpCount = wrapAdd32(a.nRateJumpCount, 1);
+    if (a.nRateJumpCount <= 2) {
+        a.fBreathRate = reported;
+        return;
+    }
+    if (std::fabs(tail.mean3 - reported) <= 3.0f && tail.agree) {
+        a.fBreathRate = tail.mean3;
+        return;
+    }
+    float last6[6];
+    std::copy(a.fLongRateHistory + 14, a.fLongRateHistory + 20, last6);
+    a.sortfloat(last6, 6);
+    const float d2 = std::fabs(a.fBreathRate - reported);
+    if (d2 >= 5.0f)
+        a.fBreathRate = a.DataMeanfloat(last6, 1, 5);
+    else if (d2 >= 3.0f)
+        a.fBreathRate = a.DataMeanfloat(a.fLongRateHistory, 17, 20);
+    else
+        a.fBreathRate = a.DataMeanfloat(a.fLongRateHistory, 18, 20);
+}
+
+// The estimate stays within 5 of the reported rate: it enters the steady history, whose
+// trimmed mean (or the agreeing spectrum) becomes the estimate.
+void judgeSteady(CBreathPro& a, float reported, const SpectralTail& tail) {
+    a.Arrayshiftfloat(a.fRateHistory, kSteadyHistory, a.fBreathRate);
+    float sorted[kSteadyHistory];
+    std::copy(a.fRateHistory, a.fRateHistory + kSteadyHistory, sorted);
+    a.sortfloat(sorted, kSteadyHistory);
+    a.nRateJumpCount = 0;
+    const float d2 = std::fabs(a.fBreathRate - reported);
+    if (d2 >= 5.0f)
+        a.fBreathRate = a.DataMeanfloat(sorted, 1, 4);
+    else if (d2 >= 3.0f && std::fabs(tail.mean3 - reported) <= 1.0f && tail.agree)
+        a.fBreathRate = tail.mean3;
+    else
+        a.fBreathRate = a.DataMeanfloat(a.fRateHistory, 2, 5);
+}
+
 // Step E: plausibility of fBreathRate against the reported rate; returns it rounded half up.
 float reconcileWithReported(CBreathPro& a, float v) {
     a.Arrayshiftfloat(a.fLongRateHistory, kLongHistory, v);
 
-    if (a.fReportedRate > 0.0f) {
-        const float reported = a.fReportedRate;
-        const int32_t* bins = a.nSpectralBinHistory;
-        const float* spectral = a.fSpectralRateHistory;
-
+    const float reported = a.fReportedRate;
+    if (reported > 0.0f) {
         if (a.bRateOut) {
-            // Peak counting has failed for a while: follow the spectrum only if all ten updates
-            // saw the same bin and it agrees with what is reported; otherwise hold.
-            int agreeing = spectral[0] > 4.0f ? 1 : 0;
-            for (int k = 1; k <= 8; ++k)
-                if (bins[k] == bins[0] && spectral[k] > 4.0f) ++agreeing;
-            float sum = 0.0f;
-            for (int k = 0; k < kHistory10; ++k) sum += spectral[k];
-            const float mean10 = sum / 10.0f;
-            if (bins[9] == bins[0] && spectral[9] > 4.0f && agreeing == 9 &&
-                std::fabs(mean10 - reported) <= 3.0f)
-                a.fBreathRate = mean10;
-            else
-                a.fBreathRate = reported;
+            followSpectrumOrHold(a, reported);
         } else {
-            const int32_t b7 = bins[7];
-            const int32_t b8 = bins[8];
-            const int32_t b9 = bins[9];
-            const int c3 = (b7 > 2 ? 1 : 0) + (b8 > 2 && b8 == b7 ? 1 : 0) + (b9 == b7 && b9 > 2 ? 1 : 0);
-            // Single-precision sum, double-precision division, kept as float.
-            const float mean3 = static_cast<float>(static_cast<double>(spectral[7] + spectral[8] + spectral[9]) / 3.0);
+            const SpectralTail tail = lastThreeSpectral(a);
             const float jump = std::fabs(a.fBreathRate - reported);
-
-            if (jump > 5.0f) {
-                a.nRateJumpCount = wrapAdd32(a.nRateJumpCount, 1);
-                if (a.nRateJumpCount <= 2) {
-                    a.fBreathRate = reported;  // the first two jumps are not believed
-                } else if (std::fabs(mean3 - reported) <= 3.0f && c3 == 3) {
-                    a.fBreathRate = mean3;
-                } else {
-                    float last6[6];
-                    std::copy(a.fLongRateHistory + 14, a.fLongRateHistory + 20, last6);
-                    a.sortfloat(last6, 6);
-                    const float d2 = std::fabs(a.fBreathRate - reported);
-                    if (d2 >= 5.0f)
-                        a.fBreathRate = a.DataMeanfloat(last6, 1, 5);
-                    else if (d2 >= 3.0f)
-                        a.fBreathRate = a.DataMeanfloat(a.fLongRateHistory, 17, 20);
-                    else
-                        a.fBreathRate = a.DataMeanfloat(a.fLongRateHistory, 18, 20);
-                }
-            } else if (jump <= 5.0f) {
-                // Written as its own test: an estimate that is not a number takes neither path.
-                a.Arrayshiftfloat(a.fRateHistory, kHistory5, a.fBreathRate);
-                float sorted[kHistory5];
-                std::copy(a.fRateHistory, a.fRateHistory + kHistory5, sorted);
-                a.sortfloat(sorted, kHistory5);
-                a.nRateJumpCount = 0;
-                const float d2 = std::fabs(a.fBreathRate - reported);
-                if (d2 >= 5.0f)
-                    a.fBreathRate = a.DataMeanfloat(sorted, 1, 4);
-                else if (d2 >= 3.0f && std::fabs(mean3 - reported) <= 1.0f && c3 == 3)
-                    a.fBreathRate = mean3;
-                else
-                    a.fBreathRate = a.DataMeanfloat(a.fRateHistory, 2, 5);
-            }
+            // Two tests, not an else: an estimate that is not a number takes neither path.
+            if (jump > 5.0f) judgeJump(a, reported, tail);
+            if (jump <= 5.0f) judgeSteady(a, reported, tail);
         }
     }
     // Round half up through double; NaN gives INT32_MIN, which every later mean ignores.
@@ -165,9 +191,9 @@ float estimateBreathRate(CBreathPro& a) {
 
     const int bin = a.FFT_Max_loc(a.nBreathBuffer, kWindowSamples);
     const float fs = static_cast<float>(wrapMul32(bin, 60)) * kBinWidthHz;
-    a.Arrayshiftint(a.nSpectralBinHistory, kHistory10, bin);
-    a.Arrayshiftfloat(a.fSpectralRateHistory, kHistory10, fs);
-    const bool steady = a.JudgeArrayequlity(a.nSpectralBinHistory, kHistory10);
+    a.Arrayshiftint(a.nSpectralBinHistory, kSpectralHistory, bin);
+    a.Arrayshiftfloat(a.fSpectralRateHistory, kSpectralHistory, fs);
+    const bool steady = a.JudgeArrayequlity(a.nSpectralBinHistory, kSpectralHistory);
     // Not live while 8 s of zeros remain in the window (the first 32 s after a full reset).
     const bool live = a.judgezeros(a.nBreathBuffer, 1, kWindowSamples, 0, 200);
 

@@ -46,6 +46,11 @@ inline int32_t floatToIntX86(double v) {
 }
 inline int32_t floatToIntX86(float v) { return floatToIntX86(static_cast<double>(v)); }
 
+// Arithmetic right shift of a 32-bit value (what the hardware shift gives for negatives).
+inline int32_t sar32(int32_t v, unsigned s) {
+    return v >= 0 ? (v >> s) : static_cast<int32_t>(~((~static_cast<uint32_t>(v)) >> s));
+}
+
 // Arithmetic right shift of a signed 64-bit value (defined for negatives since C++20; spelled out).
 inline int64_t sar64(int64_t v, unsigned s) {
     return v >= 0 ? (v >> s) : -static_cast<int64_t>((~static_cast<uint64_t>(v)) >> s) - 1;

@@ -8,12 +8,13 @@
 #include <functional>
 
 #include "common/exact_math.h"
-#include "heart/heart_math.h"
+#include "heart/ring.h"
 #include "rtmonitor/CBeatMeasure.h"
 
 using rtm::heart::kBeatSlots;
-using rtm::heart::ringIndex;
-using rtm::heart::slotIndex;
+using rtm::heart::leadRow;
+using rtm::heart::ringAt;
+using rtm::heart::slotAt;
 using rtm::truncDiv32;
 using rtm::wrapAbs32;
 using rtm::wrapAdd32;
@@ -35,12 +36,10 @@ constexpr int kEarlyBeatPercent = 20;
 constexpr int kEarlyRate = 79;      // beats per minute
 constexpr int kWideQrsMs = 120;
 
-int leadRow(int lead) { return (lead >= 0 && lead < CBeatMeasure::kLeadRows) ? lead : 0; }
-
 }  // namespace
 
 bool CBeatMeasure::GetBeatResult(int i, int, BeatMeasure& out) {
-    const int slot = slotIndex(i);
+    const int slot = slotAt(i);
     const BeatMeasure& c = stCandidateRing[slot];
     out = stBeatTemplate;
     out.nHeartRate = c.nHeartRate;
@@ -59,10 +58,10 @@ bool CBeatMeasure::IsArtifact(int, int i) {
     if (nArtifactLimit > 0) return true;
 
     const int* f = nFilteredRing[leadRow(nLeadIndex)];
-    const int p = ringIndex(stCandidateRing[slotIndex(i)].nPosition);
+    const int p = ringAt(stCandidateRing[slotAt(i)].nPosition);
     // The centre sample is counted twice: once on its own and once inside the window.
     int sum = wrapAbs32(f[p]);
-    for (int k = -kArtifactHalfSpan; k < kArtifactHalfSpan; ++k) sum = wrapAdd32(sum, wrapAbs32(f[ringIndex(p + k)]));
+    for (int k = -kArtifactHalfSpan; k < kArtifactHalfSpan; ++k) sum = wrapAdd32(sum, wrapAbs32(f[ringAt(p, k)]));
     if (sum > kArtifactSumLimit) {
         nArtifactLimit = kLoweredArtifactLimit;
         return true;
@@ -74,7 +73,7 @@ int CBeatMeasure::CountRRInterval(int i) {
     int collected[kReferenceIntervals];
     int n = 0;
     for (int back = 1; back <= kBeatSlots && n < kReferenceIntervals; ++back) {
-        const int rr = stCandidateRing[slotIndex(i - back)].nRRInterval;
+        const int rr = stCandidateRing[slotAt(i, -back)].nRRInterval;
         // "or", not "and": every interval is collected, the -1 of an empty record included.
         // Established reference values depend on this; keep it.
         if (rr >= nMinRRInterval || rr <= nMaxRRInterval) collected[n++] = rr;
@@ -95,7 +94,7 @@ int CBeatMeasure::CountBaseQRSWidth(int i) {
     int sum = 0;
     int n = 0;
     for (int back = 1; back <= kBeatSlots; ++back) {
-        const BeatMeasure& r = stCandidateRing[slotIndex(i - back)];
+        const BeatMeasure& r = stCandidateRing[slotAt(i, -back)];
         if ((r.nBeatType == 1 || r.nBeatType == 2) && r.nQrsWidth > 0) {
             sum = wrapAdd32(sum, r.nQrsWidth);
             n += 1;
@@ -105,7 +104,7 @@ int CBeatMeasure::CountBaseQRSWidth(int i) {
 }
 
 int CBeatMeasure::GetBeatType(int i) {
-    const int slot = slotIndex(i);
+    const int slot = slotAt(i);
     if (IsArtifact(nLeadIndex, slot)) return 4;
 
     const int rrBase = CountRRInterval(slot);
@@ -115,8 +114,8 @@ int CBeatMeasure::GetBeatType(int i) {
 
     const BeatMeasure& beat = stCandidateRing[slot];
     const int rr = beat.nRRInterval;
-    const int rrNext = stCandidateRing[slotIndex(slot + 1)].nRRInterval;
-    const BeatMeasure& prev = stCandidateRing[slotIndex(slot - 1)];
+    const int rrNext = stCandidateRing[slotAt(slot, 1)].nRRInterval;
+    const BeatMeasure& prev = stCandidateRing[slotAt(slot, -1)];
     const int reference = (prev.nBeatType == 1 && prev.nRRInterval > 0) ? prev.nRRInterval : rrBase;
 
     const int prem = truncDiv32(wrapMul32(wrapSub32(reference, rr), 100), reference);
@@ -156,13 +155,13 @@ int CBeatMeasure::GetBeatType(int i) {
 }
 
 int CBeatMeasure::xValue(int, int i) {
-    const int slot = slotIndex(i);
+    const int slot = slotAt(i);
     const int* f = nFilteredRing[leadRow(nLeadIndex)];
-    const int p = ringIndex(stCandidateRing[slot].nPosition);
+    const int p = ringAt(stCandidateRing[slot].nPosition);
     int hi = f[p];
     int lo = f[p];
     for (int k = -kAmplitudeHalfSpan; k < kAmplitudeHalfSpan; ++k) {
-        const int v = f[ringIndex(p + k)];
+        const int v = f[ringAt(p, k)];
         hi = std::max(hi, v);
         lo = std::min(lo, v);
     }
@@ -171,7 +170,7 @@ int CBeatMeasure::xValue(int, int i) {
     int sumA = 0;
     int sumRR = 0;
     for (int back = 0; back < kBeatSlots; ++back) {
-        const int j = slotIndex(slot - back);
+        const int j = slotAt(slot, -back);
         sumA = wrapAdd32(sumA, nBeatAmplitude[j]);
         sumRR = wrapAdd32(sumRR, stCandidateRing[j].nRRInterval);
         if (nBeatAmplitude[j] > kMaxBeatAmplitude) return 2;
@@ -192,7 +191,7 @@ int CBeatMeasure::xValue(int, int i) {
     if (meanA >= 300 && meanA <= 2000 && cv >= 1 && cv <= 3) {
         const int meanRR = truncDiv32(sumRR, kBeatSlots);
         nRefInterval = (nRefInterval <= 0) ? meanRR : truncDiv32(wrapAdd32(nRefInterval, meanRR), 2);
-        nRefAmplitude = (nRefAmplitude <= 0) ? meanA : rtm::heart::sar32(wrapAdd32(nRefAmplitude, meanA), 1);
+        nRefAmplitude = (nRefAmplitude <= 0) ? meanA : rtm::sar32(wrapAdd32(nRefAmplitude, meanA), 1);
     }
     return 0;
 }

@@ -7,9 +7,10 @@
 #include <vector>
 
 #include "common/exact_math.h"
-#include "heart/heart_math.h"
+#include "heart/ring.h"
 #include "rtmonitor/CBeatMeasure.h"
 
+using rtm::heart::kDisplayOffset;
 using rtm::truncDiv32;
 using rtm::wrapAdd32;
 using rtm::wrapMul32;
@@ -21,7 +22,6 @@ namespace {
 // stage passes. It is fixed, not derived from the count.
 constexpr int kMedianIndex = 25;
 constexpr int kBaseWindow = 200;
-constexpr int kDisplayOffset = 512;
 // Samples before the display waveform leaves its flat 512: the median ring must be full.
 constexpr int kWarmupSamples = 50;
 constexpr int kWarmupDone = 400;
@@ -67,10 +67,10 @@ int CBeatMeasure::BaseFilter(int x) {
 
 int CBeatMeasure::LowFilterHeart(int x) {
     int pos = nLowPassPos;
-    if (pos < 0 || pos >= kLowPassTaps) pos = rtm::heart::wrapIndex(pos, kLowPassTaps);
+    if (pos < 0 || pos >= kLowPassTaps) pos = rtm::heart::wrapModulo(pos, kLowPassTaps);
     nLowPassRing[pos] = x;
 
-    auto lag = [&](int l) { return nLowPassRing[rtm::heart::wrapIndex(pos - l, kLowPassTaps)]; };
+    auto lag = [&](int l) { return nLowPassRing[rtm::heart::wrapModulo(pos - l, kLowPassTaps)]; };
     // Wrapping sums and products are associative modulo 2^32, so pairing the symmetric taps
     // gives the same word as summing the 29 products one by one.
     int sum = 0;
@@ -99,7 +99,7 @@ int CBeatMeasure::Processingheartdata(int, int nSample, int* pOut) {
     nWarmupCount = wrapAdd32(nWarmupCount, 1);
 
     int p = nMedianRingPos;
-    if (p < 0 || p >= kMedianLength) p = rtm::heart::wrapIndex(p, kMedianLength);
+    if (p < 0 || p >= kMedianLength) p = rtm::heart::wrapModulo(p, kMedianLength);
     nMedianRing[p] = nSample;
     // The centre of the 51 samples held: 25 places behind the newest.
     const int delayed = (p >= 25) ? nMedianRing[p - 25] : nMedianRing[p + 26];

@@ -7,15 +7,16 @@
 #include <vector>
 
 #include "common/exact_math.h"
-#include "heart/ring_index.h"
+#include "heart/ring.h"
 #include "rtmonitor/CBeatMeasure.h"
 
+using rtm::heart::confirmedPeak;
+using rtm::heart::kPeakSpacingSamples;
 using rtm::heart::ringAt;
 using rtm::heart::slotAt;
 
 namespace {
 
-constexpr int kMinPeakSpacing = 31;     // samples between two confirmed peaks (155 ms)
 constexpr int kLookAhead = 30;          // samples searched ahead for a higher convex value
 constexpr int kAbsSearchHalfSpan = 20;  // samples either side for the absolute-ring maximum
 
@@ -28,107 +29,100 @@ bool isFilteredExtremum(const int* f, int x) {
     return here <= after;
 }
 
-}  // namespace
+// Finds the absolute-ring maximum near `centre` inside the packet and accepts it only when it is
+// tall enough and sits on an extremum of the filtered wave. The span ends are plain (unwrapped)
+// max/min of the positions; a packet that wraps the ring end is simply not searched.
+bool locatePeakAround(CBeatMeasure& m, int lead, int centre, int& x) {
+    const int lo = std::max(centre - kAbsSearchHalfSpan, m.nPacketStartPos);
+    const int hi = std::min(centre + kAbsSearchHalfSpan, m.nPacketEndPos);
+    if (lo >= hi) return false;
+    int q = 0;
+    m.lngFindLocalMaxLocation(m.nAbsRing[lead], lo, hi, CBeatMeasure::kRingLength, q);
+    // The walk from lo to hi - 1 can stop only at q; positions past 3999 never equal q.
+    if (q < lo || q >= hi) return false;
+    if (!(static_cast<double>(m.nAbsRing[lead][q]) >= 0.6 * static_cast<double>(m.nRHeightThreshold[lead])))
+        return false;
+    if (!isFilteredExtremum(m.nFilteredRing[lead], q)) return false;
+    x = q;
+    return true;
+}
 
-std::vector<BeatMeasure> CBeatMeasure::MainPeakDiscern(int lead) {
-    std::vector<BeatMeasure> beats;
-    if (lead < 0 || lead >= kLeadRows) return beats;  // only one lead row exists
-
-    nConvexPos = (nConvexPos >= kRingLength - 1 || nConvexPos < -1) ? 0 : nConvexPos + 1;
-    const int p = nConvexPos;
-    if (nRPeakThreshold[lead] < 30) return beats;
-
-    const int* c = nConvexRing[lead];
-    const int* a = nAbsRing[lead];
-    const int* f = nFilteredRing[lead];
-    const int cPrev = c[ringAt(p, -1)];
-    const int cNext = c[ringAt(p, 1)];
-
-    // Finds the absolute-ring maximum near `centre` inside the packet and accepts it only when it
-    // is tall enough and sits on an extremum of the filtered wave. The span ends are plain
-    // (unwrapped) max/min of the positions; a packet that wraps the ring end is simply not searched.
-    auto locatePeakAround = [&](int centre, int& x) -> bool {
-        const int lo = std::max(centre - kAbsSearchHalfSpan, nPacketStartPos);
-        const int hi = std::min(centre + kAbsSearchHalfSpan, nPacketEndPos);
-        if (lo >= hi) return false;
-        int q = 0;
-        lngFindLocalMaxLocation(nAbsRing[lead], lo, hi, kRingLength, q);
-        // The walk from lo to hi - 1 can stop only at q; positions past 3999 never equal q.
-        if (q < lo || q >= hi) return false;
-        if (!(static_cast<double>(a[q]) >= 0.6 * static_cast<double>(nRHeightThreshold[lead])))
-            return false;
-        if (!isFilteredExtremum(f, q)) return false;
-        x = q;
-        return true;
-    };
-
+// Idle -> armed on a convex peak that dominates the next 30 samples; while armed, a higher
+// convex peak moves the candidate. True while a candidate is being followed.
+bool trackCandidate(CBeatMeasure& m, int lead, int p) {
+    const int* c = m.nConvexRing[lead];
     // Single precision on purpose: hosts' detections were tuned with this rounding.
-    const bool peak = static_cast<float>(c[p]) >= 0.5f * static_cast<float>(nRPeakThreshold[lead]) &&
-                      c[p] >= cPrev && c[p] >= cNext;
-
-    bool followArmed = false;  // true: go to the fall test
-    if (peak && bQrsArmed == 0) {
+    const bool peak = static_cast<float>(c[p]) >= 0.5f * static_cast<float>(m.nRPeakThreshold[lead]) &&
+                      c[p] >= c[ringAt(p, -1)] && c[p] >= c[ringAt(p, 1)];
+    if (peak && m.bQrsArmed == 0) {
         int mPos = 0;
-        const int to = std::min(p + kLookAhead, nPacketEndPos);
-        const int m = lngFindLocalMaxLocation(nConvexRing[lead], p, to, kRingLength, mPos);
+        const int to = std::min(p + kLookAhead, m.nPacketEndPos);
+        const int mx = m.lngFindLocalMaxLocation(m.nConvexRing[lead], p, to, CBeatMeasure::kRingLength, mPos);
         int x = 0;
-        if (c[p] >= m && locatePeakAround(p, x)) {
-            bQrsArmed = 1;
-            nQrsPeakPos = x;
-            followArmed = true;
-        }
-    } else if (peak && bQrsArmed == 1) {
-        if (c[p] > c[ringAt(nQrsPeakPos)]) {
-            int x = 0;
-            if (locatePeakAround(p, x)) nQrsPeakPos = x;
-        }
-        followArmed = true;
+        if (!(c[p] >= mx && locatePeakAround(m, lead, p, x))) return false;
+        m.bQrsArmed = 1;
+        m.nQrsPeakPos = x;
+        return true;
     }
-
-    if (!followArmed && bQrsArmed == 1) followArmed = true;
-
-    if (followArmed) {
-        // Fall test: the convex signal is at a local minimum below 30 % of the armed peak.
-        if (static_cast<double>(c[ringAt(nQrsPeakPos)]) * 0.3 > static_cast<double>(c[p]) &&
-            c[p] <= cPrev && c[p] <= cNext) {
-            bQrsPassed = 1;
-            bQrsArmed = 0;
-        }
-        nSinceLastPeak = rtm::wrapAdd32(nSinceLastPeak, 1);
-        if (bQrsPassed == 0) return beats;
-    } else {
-        nSinceLastPeak = rtm::wrapAdd32(nSinceLastPeak, 1);
-        if (bQrsPassed == 0) return beats;
+    if (peak && m.bQrsArmed == 1 && c[p] > c[ringAt(m.nQrsPeakPos)]) {
+        int x = 0;
+        if (locatePeakAround(m, lead, p, x)) m.nQrsPeakPos = x;
     }
+    return m.bQrsArmed == 1;
+}
 
+// Armed -> passed: the convex signal is at a local minimum below 30 % of the armed peak.
+void testFall(CBeatMeasure& m, int lead, int p) {
+    const int* c = m.nConvexRing[lead];
+    if (static_cast<double>(c[ringAt(m.nQrsPeakPos)]) * 0.3 > static_cast<double>(c[p]) &&
+        c[p] <= c[ringAt(p, -1)] && c[p] <= c[ringAt(p, 1)]) {
+        m.bQrsPassed = 1;
+        m.bQrsArmed = 0;
+    }
+}
+
+// Passed -> confirmed: outside the refractory period and apart from the newest confirmed peak,
+// the candidate is confirmed, measured and its finished candidates typed.
+std::vector<BeatMeasure> confirmCandidate(CBeatMeasure& m, int lead) {
     // Refractory period: 60 % of the running reference interval since the last confirmation.
-    if (nRefInterval > 0 &&
-        static_cast<double>(nSinceLastPeak) < 0.6 * static_cast<double>(nRefInterval))
-        return beats;
+    if (m.nRefInterval > 0 && static_cast<double>(m.nSinceLastPeak) < 0.6 * static_cast<double>(m.nRefInterval))
+        return {};
 
-    const int r = nQrsPeakPos;
-    const int l = nPeakPosRing[rtm::heart::wrapModulo(static_cast<int64_t>(nPeakPosRingPos) + 4, 5)];
-    if (r == l) return beats;
-    if (l != 0 && rtm::heart::wrapModulo(static_cast<int64_t>(r) - l, kRingLength) < kMinPeakSpacing)
-        return beats;
+    const int r = m.nQrsPeakPos;
+    const int l = confirmedPeak(m, 0);
+    if (r == l) return {};
+    if (l != 0 && rtm::heart::ringDistance(l, r) <= kPeakSpacingSamples) return {};
 
-    const int peakSlot = rtm::heart::wrapModulo(nPeakPosRingPos, 5);
-    nPeakPosRing[peakSlot] = r;
-    nPeakPosRingPos = peakSlot == 4 ? 0 : peakSlot + 1;
-    const int beatSlot = slotAt(nBeatPosRingPos);
-    nBeatPosRing[beatSlot] = r;
-    bQrsArmed = 0;
-    bQrsPassed = 0;
+    // Pushed before the QRS measurement: SaveQRSWave reads the peak before this one as
+    // confirmedPeak(1).
+    rtm::heart::pushRing(m.nPeakPosRing, m.nPeakPosRingPos, r);
+    const int beatSlot = slotAt(m.nBeatPosRingPos);
+    m.nBeatPosRing[beatSlot] = r;
+    m.bQrsArmed = 0;
+    m.bQrsPassed = 0;
 
-    beats = GetBeatCharacter(r, lead);
-    nSinceLastPeak = 0;
+    std::vector<BeatMeasure> beats = m.GetBeatCharacter(r, lead);
+    m.nSinceLastPeak = 0;
 
     // A slot of nBeatPosRing is kept while its peaks give no beat or an artefact.
     if (beats.empty() || beats.front().nBeatType == 4) return beats;
-    bQrsArmed = 0;
-    bQrsPassed = 0;
-    nBeatPosRingPos = beatSlot == kBeatSlots - 1 ? 0 : beatSlot + 1;
+    m.nBeatPosRingPos = beatSlot == CBeatMeasure::kBeatSlots - 1 ? 0 : beatSlot + 1;
     return beats;
+}
+
+}  // namespace
+
+std::vector<BeatMeasure> CBeatMeasure::MainPeakDiscern(int lead) {
+    if (lead < 0 || lead >= kLeadRows) return {};  // only one lead row exists
+
+    nConvexPos = (nConvexPos >= kRingLength - 1 || nConvexPos < -1) ? 0 : nConvexPos + 1;
+    const int p = nConvexPos;
+    if (nRPeakThreshold[lead] < 30) return {};
+
+    if (trackCandidate(*this, lead, p)) testFall(*this, lead, p);
+    nSinceLastPeak = rtm::wrapAdd32(nSinceLastPeak, 1);
+    if (bQrsPassed == 0) return {};
+    return confirmCandidate(*this, lead);
 }
 
 std::vector<BeatMeasure> CBeatMeasure::GetBeatCharacter(int pos, int lead) {
@@ -171,14 +165,6 @@ int CBeatMeasure::CalcRCharacter(int pos, int lead) {
     nMainPeakAmplitude[newHead] = amplitude.nPoint;
     CountBaseRPeak(newHead);
     return saved;
-}
-
-int CBeatMeasure::GetAnalysDataDistance(int a, int b) {
-    if (a < 0 || a > kRingLength - 1 || b < 0) return b == -1 ? a : 0;
-    if (b > kRingLength - 1) return 0;
-    int d = b - a;
-    if (d < 0) d += kRingLength;
-    return d;
 }
 
 int CBeatMeasure::GetEcgMainPeak(int pos, int span) {

@@ -6,9 +6,11 @@
 #include <cstdlib>
 
 #include "common/exact_math.h"
-#include "heart/ring_index.h"
+#include "heart/ring.h"
 #include "rtmonitor/CBeatMeasure.h"
 
+using rtm::heart::confirmedPeak;
+using rtm::heart::leadRow;
 using rtm::heart::ringAt;
 using rtm::heart::slotAt;
 using rtm::heart::wrapModulo;
@@ -19,8 +21,6 @@ constexpr int kRowPeakPos = 0;
 constexpr int kRowHeight = 1;
 constexpr int kRowWidth = 2;
 constexpr int kMissedBeatGuard = 15;  // samples kept clear of both peaks in the missed-beat search
-
-int leadRow(int lead) { return (lead >= 0 && lead < CBeatMeasure::kLeadRows) ? lead : 0; }
 
 }  // namespace
 
@@ -156,8 +156,9 @@ int CBeatMeasure::SaveQRSWave(int lead, int pos, int slot) {
     rec.nPosition = pos;
     rec.nQrsHeight = nQrsWidthRing[kRowHeight][next];
 
-    // The peak confirmed before the one now being saved.
-    const int prev = nPeakPosRing[wrapModulo(static_cast<int64_t>(nPeakPosRingPos) + 3, 5)];
+    // The peak confirmed before the one now being saved (MainPeakDiscern has already pushed
+    // this one as the newest).
+    const int prev = confirmedPeak(*this, 1);
 
     // Look between the two peaks for a beat the state machine walked past.
     const int heightThr = nRHeightThreshold[row];
@@ -176,7 +177,7 @@ int CBeatMeasure::SaveQRSWave(int lead, int pos, int slot) {
     int gap = std::abs(posA - posC);
     if (gap > 3000) gap = kRingLength - gap;
 
-    auto distBack = [pos](int x) { return wrapModulo(static_cast<int64_t>(pos) - x, kRingLength); };
+    auto distBack = [pos](int x) { return rtm::heart::ringDistance(x, pos); };
     const bool plausible = 0.6 * static_cast<double>(heightThr) < static_cast<double>(ampA) &&
                            static_cast<double>(ampA) < 3.0 * static_cast<double>(heightThr) &&
                            foundA && foundC;

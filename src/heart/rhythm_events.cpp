@@ -6,7 +6,7 @@
 #include <cstdint>
 
 #include "common/exact_math.h"
-#include "heart/ring_index.h"
+#include "heart/ring.h"
 #include "rtmonitor/CBeatMeasure.h"
 
 using rtm::heart::slotAt;
@@ -28,79 +28,80 @@ struct OffsetList {
     }
 };
 
+// Event lists 0..14 (0 and 14 are never filled) and the artefact list.
+struct EventLists {
+    OffsetList list[15];
+    OffsetList artefacts;
+};
+
+// The list numbers of one early-beat type (2 or 3).
+struct EarlyBeatLists {
+    int all;             // every early beat of the type
+    int secondOfRun;     // after one of the same type (chained, gap 2)
+    int thirdOfRun;      // after two of the same type
+    int afterOneNormal;  // after a regular beat not itself after one (chained, gap 2)
+    int afterTwoNormal;  // after two regular beats (chained, gap 3)
+};
+constexpr EarlyBeatLists kType2Lists{4, 5, 8, 6, 7};
+constexpr EarlyBeatLists kType3Lists{9, 10, 13, 11, 12};
+
+void addRegularBeat(EventLists& e, const BeatMeasure& b, int k, int msPerSample) {
+    const int ms = rtm::wrapMul32(b.nRRInterval, msPerSample);
+    if (ms >= 3000 && ms <= 10000) {
+        e.list[1].add(k);
+    } else if (b.nHeartRate < 51) {
+        e.list[2].addChained(k, 1);
+    } else if (b.nHeartRate > 99) {
+        e.list[3].addChained(k, 1);
+    }
+}
+
+void addEarlyBeat(EventLists& e, const EarlyBeatLists& ix, int type, int k, int pType, int qType) {
+    if (pType == 1) {
+        if (qType == 1) e.list[ix.afterTwoNormal].addChained(k, 3);
+        else e.list[ix.afterOneNormal].addChained(k, 2);
+    }
+    if (pType == type) {
+        if (qType == type) e.list[ix.thirdOfRun].add(k);
+        else e.list[ix.secondOfRun].addChained(k, 2);
+    }
+    e.list[ix.all].add(k);
+}
+
+// The code the lists give. `decided` is false when the fibrillation test still overrides it.
+int codeFromLists(const EventLists& e, bool& decided) {
+    decided = false;
+    if (e.artefacts.n >= 5) return 0;
+    if (e.list[14].n >= 5) return 14;  // list 14 is never filled; the rule stays for hosts' codes
+    if (e.list[13].n > 0) return 13;
+    if (e.list[8].n > 0) return 8;
+    decided = true;
+    for (const int code : {12, 7, 11, 6}) {
+        if (e.list[code].n >= 3) return code;
+    }
+    decided = false;
+    return 0;
+}
+
 }  // namespace
 
 int CBeatMeasure::GetEventType(int i) {
     const int msPerSample = rtm::truncDiv32(1000, nSampleRate);
-    OffsetList lists[15];
-    OffsetList artefacts;
-
+    EventLists e;
     for (int k = 0; k < kEventBeats; ++k) {
-        const BeatMeasure& b = stBeatRing[slotAt(static_cast<int64_t>(i) - k)];
-        const int pType = stBeatRing[slotAt(static_cast<int64_t>(i) - k - 1)].nBeatType;
-        const int qType = stBeatRing[slotAt(static_cast<int64_t>(i) - k - 2)].nBeatType;
+        const BeatMeasure& b = stBeatRing[slotAt(i, -static_cast<int64_t>(k))];
+        const int pType = stBeatRing[slotAt(i, -static_cast<int64_t>(k) - 1)].nBeatType;
+        const int qType = stBeatRing[slotAt(i, -static_cast<int64_t>(k) - 2)].nBeatType;
         if (b.nHeartRate <= 0) continue;
-        switch (b.nBeatType) {
-            case 1: {
-                const int ms = rtm::wrapMul32(b.nRRInterval, msPerSample);
-                if (ms >= 3000 && ms <= 10000) {
-                    lists[1].add(k);
-                } else if (b.nHeartRate < 51) {
-                    lists[2].addChained(k, 1);
-                } else if (b.nHeartRate > 99) {
-                    lists[3].addChained(k, 1);
-                }
-                break;
-            }
-            case 2:
-                if (pType == 1) {
-                    if (qType == 1) lists[7].addChained(k, 3);
-                    else lists[6].addChained(k, 2);
-                }
-                if (pType == 2) {
-                    if (qType == 2) lists[8].add(k);
-                    else lists[5].addChained(k, 2);
-                }
-                lists[4].add(k);
-                break;
-            case 3:
-                if (pType == 1) {
-                    if (qType == 1) lists[12].addChained(k, 3);
-                    else lists[11].addChained(k, 2);
-                }
-                if (pType == 3) {
-                    if (qType == 3) lists[13].add(k);
-                    else lists[10].addChained(k, 2);
-                }
-                lists[9].add(k);
-                break;
-            case 4:
-                artefacts.add(k);
-                break;
-            default:
-                break;
-        }
+        if (b.nBeatType == 1) addRegularBeat(e, b, k, msPerSample);
+        if (b.nBeatType == 2) addEarlyBeat(e, kType2Lists, 2, k, pType, qType);
+        if (b.nBeatType == 3) addEarlyBeat(e, kType3Lists, 3, k, pType, qType);
+        if (b.nBeatType == 4) e.artefacts.add(k);
     }
-
-    int base = 0;
-    if (artefacts.n >= 5) {
-        base = 0;
-    } else if (lists[14].n >= 5) {  // list 14 is never filled; the rule stays for hosts' codes
-        base = 14;
-    } else if (lists[13].n > 0) {
-        base = 13;
-    } else if (lists[8].n > 0) {
-        base = 8;
-    } else if (lists[12].n >= 3) {
-        return 12;
-    } else if (lists[7].n >= 3) {
-        return 7;
-    } else if (lists[11].n >= 3) {
-        return 11;
-    } else if (lists[6].n >= 3) {
-        return 6;
-    }
-    return AtrialFibrillationAnalysis(i) ? 14 : base;
+    bool decided = false;
+    const int code = codeFromLists(e, decided);
+    if (decided) return code;
+    return AtrialFibrillationAnalysis(i) ? 14 : code;
 }
 
 bool CBeatMeasure::AtrialFibrillationAnalysis(int i) {

@@ -1,16 +1,17 @@
-// Detection thresholds: the convex (sharpness) operator, the ring searches, and the learners that
-// set the energy, convex-peak and absolute-height thresholds from the maxima of the last seconds.
+// Detection thresholds: the convex (sharpness) operator and the learners that set the energy, convex-peak and absolute-height thresholds from the maxima of the last seconds.
 // Rings hold 4000 samples (20 s at 200 samples/s); positions wrap modulo 4000. Thresholds are in
 // the units of the ring they apply to (scaled filtered counts).
 #include <algorithm>
 #include <array>
 
 #include "common/exact_math.h"
-#include "heart/heart_math.h"
+#include "heart/ring.h"
 #include "rtmonitor/CBeatMeasure.h"
 
 using rtm::heart::kRingLength;
-using rtm::heart::ringIndex;
+using rtm::heart::kSamplesPerSecond;
+using rtm::heart::leadRow;
+using rtm::heart::ringAt;
 using rtm::truncDiv32;
 using rtm::wrapAdd32;
 using rtm::wrapMul32;
@@ -24,60 +25,19 @@ constexpr int kConvexStep = 3;
 constexpr int kMinHeightThreshold = 100;
 // A learnt mean must exceed this to replace a height threshold.
 constexpr int kMinLearntMean = 9;
-// Span before a candidate over which it must dominate, and the spacing from the newest peak.
-constexpr int kDominanceSpan = 35;
-constexpr int kMinPeakSpacing = 30;
 // Largest look-back the learners are asked for is 10 s; the buffer allows the whole ring.
-constexpr int kMaxSeconds = kRingLength / 200;
-
-int leadRow(int lead) { return (lead >= 0 && lead < CBeatMeasure::kLeadRows) ? lead : 0; }
+constexpr int kMaxSeconds = kRingLength / kSamplesPerSecond;
 
 }  // namespace
 
 int CBeatMeasure::Convexpointoperator(int lead) {
     const int row = leadRow(lead);
     const int* f = nFilteredRing[row];
-    const int c = ringIndex(nRingPos - kConvexStep);
+    const int c = ringAt(nRingPos, -kConvexStep);
     const int twice = wrapMul32(f[c], 2);
-    const int diff = wrapSub32(wrapSub32(twice, f[ringIndex(c + kConvexStep)]), f[ringIndex(c - kConvexStep)]);
+    const int diff = wrapSub32(wrapSub32(twice, f[ringAt(c, kConvexStep)]), f[ringAt(c, -kConvexStep)]);
     nConvexRing[row][c] = rtm::wrapAbs32(diff);
     return 1;
-}
-
-int CBeatMeasure::lngFindLocalMaxLocation(int* ring, int from, int to, int len, int& pos) {
-    pos = from;
-    if (ring == nullptr || len < 1) return 0;
-    // (to - from) taken in 0..len-1; 64-bit so that no pair of positions can overflow.
-    const long long diff = static_cast<long long>(to) - from;
-    const int count = static_cast<int>(((diff % len) + len) % len);
-    int idx = rtm::heart::wrapIndex(from, len);
-    int best = ring[idx];
-    for (int k = 0; k < count; ++k) {
-        // Strictly greater: the first occurrence of the maximum wins.
-        if (ring[idx] > best) {
-            best = ring[idx];
-            pos = idx;
-        }
-        idx = (idx + 1 == len) ? 0 : idx + 1;
-    }
-    return best;
-}
-
-int CBeatMeasure::lngFindLocalMinLocation(int* ring, int from, int to, int len, int& pos) {
-    pos = from;
-    if (ring == nullptr || len < 1) return 0;
-    const long long diff = static_cast<long long>(to) - from;
-    const int count = static_cast<int>(((diff % len) + len) % len);
-    int idx = rtm::heart::wrapIndex(from, len);
-    int best = ring[idx];
-    for (int k = 0; k < count; ++k) {
-        if (ring[idx] < best) {
-            best = ring[idx];
-            pos = idx;
-        }
-        idx = (idx + 1 == len) ? 0 : idx + 1;
-    }
-    return best;
 }
 
 namespace {
@@ -150,36 +110,4 @@ bool CBeatMeasure::GetRHeightInitValue(int seconds) {
 bool CBeatMeasure::GetRPeakHeightInitValue(int seconds) {
     const int row = leadRow(nLeadIndex);
     return learnHeight(*this, nAbsRing[row], seconds, nRHeightThreshold[row]);
-}
-
-int CBeatMeasure::lngFindLocalMaxLocation_reverse(int* ring, int* shape, int from, int to, int,
-                                                  int threshold, int& pos, bool& found, bool flag) {
-    pos = from;
-    found = false;
-    if (from < to || ring == nullptr || shape == nullptr) return threshold;
-
-    const int newestPeak = nPeakPosRing[rtm::heart::wrapIndex(nPeakPosRingPos - 1, 5)];
-    // Walk backwards, `to` included.
-    for (long long x = from; x >= to; --x) {
-        const int at = ringIndex(static_cast<int>(x));
-        if (ring[at] < threshold) continue;
-        pos = static_cast<int>(x);
-
-        const int s = shape[at];
-        if (shape[ringIndex(at - 1)] > s || shape[ringIndex(at + 1)] > s) continue;
-
-        int unused = 0;
-        int* dominanceSource = flag ? ring : shape;
-        const int before = lngFindLocalMaxLocation(dominanceSource, ringIndex(at - kDominanceSpan), at,
-                                                   kRingLength, unused);
-        if (!(ring[at] > before)) continue;
-        if (!flag) {
-            // Far enough from the newest confirmed peak; an empty entry (0) never qualifies.
-            if (newestPeak == 0) continue;
-            if (ringIndex(wrapSub32(newestPeak, at)) <= kMinPeakSpacing) continue;
-        }
-        found = true;
-        return ring[at];
-    }
-    return threshold;
 }

@@ -9,7 +9,6 @@
 
 namespace {
 constexpr int kAxisSamplesPerFrame = 25;
-constexpr int kBreathSamplesPerFrame = 25;
 constexpr int kHeartSamplesPerFrame = 200;
 }  // namespace
 
@@ -39,7 +38,7 @@ void analyseFrame(UserDataStruct& record, ParamsIn& frame, ParamsOut* out) {
 
     // Channel 0 goes first although it lies after channel 1 in the frame.
     record.cBreathPro.ProcessingBreath(id, frame.nBreathChan0, frame.nBreathChan1,
-                                       kBreathSamplesPerFrame, out->nBreathDisplay0,
+                                       BREATH_SAMPLE_RATE, out->nBreathDisplay0,
                                        out->nBreathDisplay1, &out->nBreathRate,
                                        &out->nBreathState);
 

@@ -9,6 +9,7 @@
 
 #include "rtmonitor.h"
 #include "support/breath_signal.h"
+#include "synth/random.h"
 
 using rtm_test::BreathRun;
 using rtm_test::kBreathBlock;
@@ -39,12 +40,12 @@ TEST(BreathDriver, DisturbanceHoldsEightUpdatesAndTheRateFallsAtTheFourth) {
 TEST(BreathDriver, AnyWordsGiveBoundedOutputsAndRecover) {
     for (int kind = 0; kind < 12; ++kind) {
         BreathRun s(15, kind < 6 ? 0 : 30);  // from reset, and from a settled rhythm
-        uint32_t seed = 7;
+        rtm_synth::Rng words(7);
         for (int second = 0, i = 0; second < 60; ++second) {
             int c[kBreathBlock];
             for (int k = 0; k < kBreathBlock; ++k, ++i) {
                 const int word[] = {0, 65535, INT_MIN, INT_MAX, (i & 1) ? INT_MIN : INT_MAX,
-                                    static_cast<int>(seed = seed * 1664525u + 1013904223u)};
+                                    static_cast<int>(static_cast<uint32_t>(words.next()))};
                 c[k] = word[kind % 6];
             }
             const auto out = s.next(c);

@@ -26,9 +26,9 @@ struct BreathFilters : ::testing::Test {
 }  // namespace
 
 TEST_F(BreathFilters, TablesAndDisplayLowPass) {
-    expectSumAndMirror(rtm::nCoef_breath_pro, rtm::kBreathProTaps, 10648);
-    expectSumAndMirror(rtm::nCoef_breath_high, rtm::kBreathHighTaps, -15);
-    expectSumAndMirror(rtm::BaoLuo_Coef, rtm::kBaoLuoTaps, int64_t{33749});
+    expectSumAndMirror(nCoef_breath_pro, kBreathProTaps, 10648);
+    expectSumAndMirror(nCoef_breath_high, kBreathHighTaps, -15);
+    expectSumAndMirror(BaoLuo_Coef, kBaoLuoTaps, int64_t{33749});
     std::vector<int> h;  // an impulse of 10000 shows each tap exactly
     for (int i = 0; i < 34; ++i) h.push_back(b.LowFilterBreath_display(i == 0 ? 10000 : 0, 1));
     EXPECT_TRUE(h[0] == 95 && h[16] == 1217 && h[33] == 0);

@@ -5,7 +5,8 @@
 // are the no-signal hold (rate 0, status 2). Peak counting then needs three boundaries of one
 // kind (two breaths) in the window, and the output, the middle three of the last five rounded
 // rates, needs two updates with the rate: the rate shows after about two breath periods plus 4 s
-// (5 s at 40/min, 24 s at 6/min). The bound checked is two breath periods plus 6 s.
+// (5 s at 40/min; at 6/min 24 to 29 s, as the noise moves the extrema the counting accepts).
+// The bound checked is three breath periods plus 6 s.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -27,7 +28,7 @@ TEST(BreathSpectrum, TiesKeepTheLowestBinAndShortBuffersGiveZero) {
 class BreathRate : public ::testing::TestWithParam<int> {};
 
 TEST_P(BreathRate, ReachesAndKeepsTheTrueRate) {
-    const int bpm = GetParam(), warmup = static_cast<int>(std::ceil(120.0 / bpm)) + 6;
+    const int bpm = GetParam(), warmup = static_cast<int>(std::ceil(180.0 / bpm)) + 6;
     rtm_test::BreathRun run(bpm);
     for (int second = 1; second <= 60; ++second) {
         const auto out = run.next();
@@ -46,7 +47,9 @@ INSTANTIATE_TEST_SUITE_P(SixToForty, BreathRate, ::testing::Values(6, 10, 15, 18
 TEST(BreathRecording, FollowsTheReferenceRateOf03700181) {
     const std::string dir = RTM_DATA_DIR;
     std::ifstream frames(dir + "/03700181.frames", std::ios::binary), ref(dir + "/03700181.ref.csv");
-    if (!frames || !ref) GTEST_SKIP() << "recording not available in " << dir;
+    if (!frames || !ref)
+        GTEST_SKIP() << dir << "/03700181.frames or .ref.csv is absent (the shared recordings belong in "
+                     << "../shared/data next to the repository); recording test skipped";
     std::string line, col[6];
     std::getline(ref, line);
     ParamsIn in;

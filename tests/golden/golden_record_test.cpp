@@ -21,7 +21,7 @@
 
 #include "golden/golden_rows.h"
 #include "rtmonitor.h"
-#include "soak/synth_vitals.h"
+#include "synth/vitals.h"
 #include "support/frames.h"
 
 namespace {
@@ -184,7 +184,8 @@ TEST(GoldenRecord, SequenceGaps) {
         else if (s % 71 == 30) seq -= 1;      // a repeated number
         else if (s % 89 == 44) seq -= 20;     // numbering went backwards
         else if (s == 300) seq = INT32_MAX;   // the counter wraps
-        frames[s].nFrameSeq = seq++;
+        frames[s].nFrameSeq = seq;
+        seq = static_cast<int32_t>(static_cast<uint32_t>(seq) + 1u);  // wraps past INT32_MAX
         if (seq == INT32_MIN + 2) seq = 0;
     }
     checkAgainstGolden("gaps", runFrames(frames));

@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "rtmonitor.h"
-#include "soak/synth_vitals.h"
+#include "synth/vitals.h"
 
 namespace rtm_handles {
 

@@ -90,13 +90,13 @@ TEST_P(Recovery, NewRateIsFoundAfterALongDisturbedRun) {
     // Kinds: 0 flat at 300, 1 over range (1000-count spikes on 0), 2 random 0..1023,
     // 3 random 412..612, 4 INT_MIN, INT_MAX, 0 repeated.
     const int kind = GetParam(), lo[4] = {300, 0, 0, 412}, span[4] = {1, 1, 1024, 201};
-    uint32_t state = 12345;
+    rtm_synth::Rng rng(12345);
     for (int k = 0; k < 300; ++k) {
         Packet p(200);
         for (size_t i = 0; i < p.size(); ++i) {
-            state = state * 1664525u + 1013904223u;
+            const uint64_t draw = rng.next();
             p[i] = kind == 4 ? (i % 3 == 0 ? INT_MIN : i % 3 == 1 ? INT_MAX : 0)
-                 : kind == 1 ? (i % 40 == 0 ? 1000 : 0) : lo[kind] + static_cast<int>((state >> 8) % span[kind]);
+                 : kind == 1 ? (i % 40 == 0 ? 1000 : 0) : lo[kind] + static_cast<int>(draw % static_cast<uint64_t>(span[kind]));
         }
         f.feed(p);
     }

@@ -1,5 +1,5 @@
-// Test helpers for the cardiac analyser: synthetic ECG at 200 samples/s in raw counts on a 512
-// baseline (P, Q, R, S, T Gaussians; packet peak-to-peak stays under 950 for R up to 350 counts),
+// Test helpers for the cardiac analyser: the shared generator's ECG at 200 samples/s in raw
+// counts on a 512 baseline (packet peak-to-peak stays under 950 for R up to 350 counts),
 // disturbed packets, and an analyser in zeroed storage (as a value-initialised device record
 // provides it) started with mode 1 and fed consecutively numbered packets.
 #pragma once
@@ -10,33 +10,23 @@
 #include <vector>
 
 #include "rtmonitor/CBeatMeasure.h"
+#include "synth/vitals.h"
 
 namespace heart_run {
 
 using Packet = std::vector<int>;
 
+// The shared generator's ECG as a metronome: fixed RR interval and R height, no noise.
 struct Ecg {
-    explicit Ecg(double ratePerMinute, double rCounts = 250.0) : rr(60.0 / ratePerMinute), r(rCounts) {}
+    explicit Ecg(double ratePerMinute, double rCounts = 250.0) : synth(1, ratePerMinute, rCounts) {
+        synth.setVariability(0.0, 0.0);
+    }
     Packet packet() {
-        // Height (fraction of R), centre (s from R; P and T scale with sqrt(RR)), sigma (s).
-        static const double kWaves[5][3] = {
-            {0.12, -0.16, 0.025}, {-0.10, -0.025, 0.008}, {1.0, 0.0, 0.010}, {-0.20, 0.025, 0.008}, {0.25, 0.26, 0.040}};
         Packet p(200);
-        for (int& v : p) {
-            const double t = static_cast<double>(n++) / 200.0, first = std::floor((t - 0.3) / rr);
-            double sum = 0.0;
-            for (int j = 0; j < 20; ++j) {  // waves w of the beats k = -1..2 around t
-                const int k = j / 5 - 1, w = j % 5;
-                const double scale = (w == 0 || w == 4) ? std::sqrt(rr) : 1.0;
-                const double x = (t - 0.3 - (first + k) * rr - kWaves[w][1] * scale) / kWaves[w][2];
-                sum += kWaves[w][0] * std::exp(-0.5 * x * x);
-            }
-            v = static_cast<int>(std::lround(512.0 + r * sum));
-        }
+        for (int& v : p) v = static_cast<int>(std::lround(synth.cleanSample()));
         return p;
     }
-    double rr, r;   // RR interval (s), R height (counts)
-    int64_t n = 0;  // samples produced
+    rtm_synth::EcgSynth synth;
 };
 
 // A flat line at `level` with a spike of `height` every 40 samples (peak-to-peak = height).

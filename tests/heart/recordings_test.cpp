@@ -14,7 +14,9 @@
 TEST(Recordings, Record100FollowsTheAnnotatedRate) {
     const std::string base = std::string(RTM_DATA_DIR) + "/100";
     std::ifstream frames(base + ".frames", std::ios::binary), csv(base + ".ref.csv");
-    if (!frames || !csv) GTEST_SKIP() << "recording 100 not available";
+    if (!frames || !csv)
+        GTEST_SKIP() << base << ".frames or .ref.csv is absent (the shared recordings belong in "
+                     << "../shared/data next to the repository); recording test skipped";
     std::vector<double> ref;
     std::string line;
     for (std::getline(csv, line); std::getline(csv, line);) {

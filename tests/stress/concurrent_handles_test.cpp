@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "rtmonitor.h"
-#include "soak/synth_vitals.h"
+#include "synth/vitals.h"
 
 namespace {
 

@@ -3,8 +3,10 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cmath>
+#include <vector>
 
-#include "soak/synth_vitals.h"
+#include "synth/vitals.h"
 
 namespace {
 
@@ -39,6 +41,33 @@ TEST(SynthSignals, RPeaksComeAtTheRequestedRate) {
         prev1 = v;
     }
     EXPECT_NEAR(peaks, 90, 2);
+}
+
+// The truth the models report matches the signal they make: every R peak counted is a local
+// maximum of the clean ECG at its time, and a metronome's peaks are exactly one interval apart.
+TEST(SynthSignals, TruthNamesTheRPeaksAndBreathsMade) {
+    rtm_synth::EcgSynth ecg(9, 75.0, 250.0);
+    ecg.setVariability(0.0, 0.0);
+    std::vector<double> wave;
+    std::vector<double> peaks;
+    for (int i = 0; i < 200 * 30; ++i) {
+        const int64_t before = ecg.rPeaksSoFar();
+        wave.push_back(ecg.cleanSample());
+        if (ecg.rPeaksSoFar() != before) peaks.push_back(ecg.lastRPeak());
+    }
+    ASSERT_GT(peaks.size(), 30u);
+    for (size_t k = 1; k < peaks.size(); ++k) EXPECT_NEAR(peaks[k] - peaks[k - 1], 0.8, 1e-9);
+    for (const double t : peaks) {
+        const auto n = static_cast<size_t>(std::lround(t * 200.0));
+        ASSERT_LT(n + 1, wave.size());
+        EXPECT_GT(wave[n], 512.0 + 200.0);
+        EXPECT_GE(wave[n], std::max(wave[n - 1], wave[n + 1]) - 10.0) << "peak at " << t;
+    }
+
+    rtm_synth::RespSynth resp(4, 15.0, 1500.0);
+    double other = 0.0;
+    for (int i = 0; i < 25 * 60; ++i) resp.sample(&other);
+    EXPECT_NEAR(static_cast<double>(resp.cyclesSoFar()), 15.0, 1.0);
 }
 
 TEST(SynthSignals, DisturbancesLookAsIntended) {

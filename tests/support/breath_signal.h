@@ -1,12 +1,12 @@
-// Synthetic respiration for the breath tests and benchmark: 30000 + 1500 * sin(2 pi f t) raw
-// counts at 25 samples/s plus uniform noise of +-20 counts from a fixed-seed LCG, so every run
-// sees the same samples; f is the true rate in breaths per minute / 60.
+// Breath tests and benchmark: the shared generator's sine breathing (rtm_synth::SineBreath) in
+// blocks of one frame, and an analyser reset as the registry does it and fed one frame per call.
 #pragma once
 
 #include <cmath>
 #include <cstdint>
 
 #include "rtmonitor/CBreathPro.h"
+#include "synth/vitals.h"
 
 namespace rtm_test {
 
@@ -14,21 +14,14 @@ constexpr int kBreathBlock = 25;  // samples per frame
 
 class BreathSignal {
 public:
-    explicit BreathSignal(double bpm) : bpm_(bpm) {}
-    int next() {
-        const double t = static_cast<double>(sample_++) / kBreathBlock;
-        state_ = state_ * 1664525u + 1013904223u;
-        return static_cast<int>(std::lround(30000.0 + 1500.0 * std::sin(2.0 * M_PI * bpm_ / 60.0 * t)) +
-                                (state_ >> 16) % 41u) - 20;
-    }
+    explicit BreathSignal(double bpm) : sine_(bpm) {}
+    int next() { return sine_.next(); }
     void nextBlock(int* out) {
-        for (int i = 0; i < kBreathBlock; ++i) out[i] = next();
+        for (int i = 0; i < kBreathBlock; ++i) out[i] = sine_.next();
     }
 
 private:
-    double bpm_;
-    uint32_t state_ = 12345;
-    long sample_ = 0;
+    rtm_synth::SineBreath sine_;
 };
 
 struct BreathBlockOut {

@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "cli.h"
+#include "synth/test_pattern.h"
 #include "output_file.h"
 #include "rtmonitor.h"
 
@@ -35,19 +36,14 @@ const char* const kMeterUsage =
 
 namespace {
 
+using rtm_synth::Beat;
+
 constexpr int kSamplesPerSecond = 200;
 constexpr double kCountsPerMv = 200;
 constexpr double kReadingWindowSeconds = 10;
 constexpr double kResponseLimitSeconds = 10;
 constexpr int32_t kFirstMeterDevice = 0x4d455452;  // device ids no other tool command uses
 
-struct Beat {
-    double time = 0;      // R peak, seconds
-    double qrsMv = 1;     // signed: negative for an inverted complex
-    double qrsWidth = 0.07;
-    double tMv = 0.2;     // signed
-    bool pWave = true;
-};
 
 enum class Kind { Steady, Step, Asystole };
 
@@ -99,43 +95,15 @@ Beat ventricular() {
     return b;
 }
 
-// Deterministic Gaussian noise for the noisy-baseline scenarios.
-struct Noise {
-    uint64_t state = 0x9e3779b97f4a7c15ULL;
-    double uniform() {
-        state = state * 6364136223846793005ULL + 1442695040888963407ULL;
-        return (static_cast<double>(state >> 11) + 0.5) / 9007199254740992.0;
-    }
-    double normal() { return std::sqrt(-2 * std::log(uniform())) * std::cos(2 * M_PI * uniform()); }
-};
-
 std::vector<double> render(const Scenario& s) {
-    const size_t n = static_cast<size_t>(s.seconds * kSamplesPerSecond);
-    std::vector<double> mv(n, 0.0);
-    for (size_t i = 0; i < s.beats.size(); ++i) {
-        const Beat& b = s.beats[i];
-        const double rr = i + 1 < s.beats.size() ? s.beats[i + 1].time - b.time : (i > 0 ? b.time - s.beats[i - 1].time : 1);
-        // T wave and P wave shrink into short cycles so that a beat never runs into the next one.
-        const double tCentre = std::min(0.30, 0.45 * rr), tHalf = std::min(0.09, 0.18 * rr);
-        const double pCentre = -std::min(0.16, 0.3 * rr), pHalf = std::min(0.04, 0.08 * rr);
-        const long first = std::max(0L, static_cast<long>((b.time - 0.3) * kSamplesPerSecond));
-        const long last = std::min(static_cast<long>(n) - 1, static_cast<long>((b.time + 0.5) * kSamplesPerSecond));
-        for (long k = first; k <= last; ++k) {
-            const double dt = static_cast<double>(k) / kSamplesPerSecond - b.time;
-            double v = 0;
-            if (std::fabs(dt) < b.qrsWidth / 2) v += b.qrsMv * (1 - 2 * std::fabs(dt) / b.qrsWidth);
-            if (std::fabs(dt - tCentre) < tHalf) v += b.tMv * std::cos(M_PI / 2 * (dt - tCentre) / tHalf);
-            if (b.pWave && std::fabs(dt - pCentre) < pHalf) v += 0.1 * std::cos(M_PI / 2 * (dt - pCentre) / pHalf);
-            mv[static_cast<size_t>(k)] += v;
-        }
-    }
-    Noise noise;
-    for (size_t k = 0; k < n; ++k) {
-        const double t = static_cast<double>(k) / kSamplesPerSecond;
-        mv[k] += s.mainsMv * std::sin(2 * M_PI * s.mainsHz * t + 0.3) + s.wanderMv * std::sin(2 * M_PI * s.wanderHz * t);
-        if (s.noiseMv > 0) mv[k] += s.noiseMv * noise.normal();
-    }
-    return mv;
+    rtm_synth::TestPatternOptions options;
+    options.seconds = s.seconds;
+    options.mainsHz = s.mainsHz;
+    options.mainsMv = s.mainsMv;
+    options.wanderHz = s.wanderHz;
+    options.wanderMv = s.wanderMv;
+    options.noiseMv = s.noiseMv;
+    return rtm_synth::renderTestPattern(s.beats, options);
 }
 
 std::vector<int> runThroughLibrary(const Scenario& s, int32_t device) {

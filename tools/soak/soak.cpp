@@ -18,7 +18,7 @@
 
 #include "rtmonitor.h"
 #include "rtmonitor/GeneralRealTime.h"
-#include "soak/synth_vitals.h"
+#include "synth/vitals.h"
 
 namespace {
 
