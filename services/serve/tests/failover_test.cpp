@@ -8,7 +8,7 @@
 #include "frame_file.h"
 #include "nats_harness.h"
 #include "results_check.h"
-#include "synth.h"
+#include "synth/recording.h"
 #include "wire.h"
 
 namespace {
@@ -32,11 +32,11 @@ const Workload& workload() {
         Workload r;
         std::vector<std::vector<ParamsIn>> perDevice;
         for (int d = 1; d <= kDevices; ++d) {
-            rtmtool::SynthOptions o;
+            rtm_synth::SynthOptions o;
             o.seconds = kSeconds;
             o.seed = static_cast<uint32_t>(d);
             o.deviceId = d;
-            perDevice.push_back(rtmtool::synthesize(o).frames);
+            perDevice.push_back(rtm_synth::synthesize(o).frames);
         }
         for (int s = 0; s < kSeconds; ++s)
             for (const auto& dev : perDevice) r.frames.push_back(dev[static_cast<size_t>(s)]);

@@ -9,7 +9,7 @@
 #include "frame_file.h"
 #include "nats_harness.h"
 #include "results_check.h"
-#include "synth.h"
+#include "synth/recording.h"
 #include "wire.h"
 
 namespace {
@@ -20,11 +20,11 @@ constexpr int kDevices = 20;
 constexpr int kSeconds = 20;  // the generator's schedule depends on the length: always make all of it
 
 std::vector<ParamsIn> deviceFrames(int device, int seconds) {
-    rtmtool::SynthOptions o;
+    rtm_synth::SynthOptions o;
     o.seconds = seconds;
     o.seed = static_cast<uint32_t>(100 + device);
     o.deviceId = device;
-    return rtmtool::synthesize(o).frames;
+    return rtm_synth::synthesize(o).frames;
 }
 
 // Seconds [from, to) of every device, interleaved second by second.
