@@ -40,6 +40,8 @@ extern const char* const kReplayUsage;
 extern const char* const kImportUsage;
 extern const char* const kEvaluateUsage;
 extern const char* const kMeterUsage;
+extern const char* const kPublishUsage;
+extern const char* const kSubscribeUsage;
 
 int runDemo(const std::vector<std::string>& args);
 int runSynth(const std::vector<std::string>& args);
@@ -47,5 +49,7 @@ int runReplay(const std::vector<std::string>& args);
 int runImport(const std::vector<std::string>& args);
 int runEvaluate(const std::vector<std::string>& args);
 int runMeter(const std::vector<std::string>& args);
+int runPublish(const std::vector<std::string>& args);    // publish.cpp
+int runSubscribe(const std::vector<std::string>& args);  // publish.cpp
 
 }  // namespace rtmtool

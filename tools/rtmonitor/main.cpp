@@ -70,6 +70,8 @@ const char* const kMainUsage =
     "  import   convert a recording (WFDB, EDF, BDF) into a frame file\n"
     "  evaluate score the library's rates on a recording against its reference annotations\n"
     "  meter    run the heart-rate meter test set and judge each scenario\n"
+    "  publish  send a frame file or a recording to the worker service (rtmonitor-serve) over NATS\n"
+    "  subscribe print the worker service's results as they come\n"
     "\n"
     "`rtmonitor COMMAND --help` describes each command; `rtmonitor --version` prints the library\n"
     "version. Exit status: 0 success, 1 input error,\n"
@@ -178,6 +180,8 @@ int main(int argc, char** argv) {
     if (command == "import") return runImport(args);
     if (command == "evaluate") return runEvaluate(args);
     if (command == "meter") return runMeter(args);
+    if (command == "publish") return runPublish(args);
+    if (command == "subscribe") return runSubscribe(args);
     std::fprintf(stderr, "rtmonitor: unknown command '%s'\n\n%s", command.c_str(), kMainUsage);
     return kExitUsage;
 }
