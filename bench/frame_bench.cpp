@@ -32,8 +32,8 @@ std::vector<ParamsIn> recording(const std::string& name) {
 }
 
 std::vector<ParamsIn> synthetic(bool disturbed) {
-    static const rtm_synth::Segment kMix[] = {rtm_synth::Segment::Clean, rtm_synth::Segment::Noisy,
-                                              rtm_synth::Segment::Clean, rtm_synth::Segment::Flat,
+    static const rtm_synth::Segment kMix[] = {rtm_synth::Segment::Clean,     rtm_synth::Segment::Noisy,
+                                              rtm_synth::Segment::Clean,     rtm_synth::Segment::Flat,
                                               rtm_synth::Segment::OverRange, rtm_synth::Segment::Dead};
     rtm_synth::DeviceRecording rec(1, disturbed ? 17 : 11, 72.0, 15.0);
     std::vector<ParamsIn> frames(600);
@@ -55,7 +55,8 @@ std::vector<ParamsIn> stream(int which, benchmark::State& state) {
 }
 
 void setLabel(benchmark::State& state, const std::string& prefix, int which) {
-    static const char* const kNames[] = {"rec 100", "rec 03700181", "rec v102s", "synthetic clean", "synthetic disturbed"};
+    static const char* const kNames[] = {"rec 100", "rec 03700181", "rec v102s", "synthetic clean",
+                                         "synthetic disturbed"};
     state.SetLabel(prefix + kNames[which]);
 }
 

@@ -119,7 +119,8 @@ int main(int argc, char** argv) {
         ++total;
     }
     if (in.gcount() != 0) {
-        std::fprintf(stderr, "error: '%s' ends with a partial frame (%ld bytes); frame files hold whole %zu-byte frames\n",
+        std::fprintf(stderr,
+                     "error: '%s' ends with a partial frame (%ld bytes); frame files hold whole %zu-byte frames\n",
                      path, static_cast<long>(in.gcount()), sizeof frame);
         return 1;
     }
@@ -144,7 +145,8 @@ int main(int argc, char** argv) {
     std::vector<std::thread> pool;
     for (int t = 0; t < threads; ++t)
         pool.emplace_back([&devices, t, threads] {
-            for (std::size_t d = static_cast<std::size_t>(t); d < devices.size(); d += static_cast<std::size_t>(threads))
+            for (std::size_t d = static_cast<std::size_t>(t); d < devices.size();
+                 d += static_cast<std::size_t>(threads))
                 runDevice(devices[d]);
         });
     for (std::thread& th : pool) th.join();

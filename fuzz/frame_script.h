@@ -42,14 +42,14 @@ private:
 
 // Recipe kinds, the low 3 bits of the recipe byte.
 enum RecipeKind : uint8_t {
-    kSynth = 0,     // physiological signal with fuzzed rate and amplitude
-    kSynthNoisy,    // the same with fuzzed noise, wander and scale
-    kConstant,      // one fuzzed 32-bit value
-    kPattern8,      // a short byte pattern as signed deltas, repeated
-    kExtremes,      // words drawn from {INT_MIN, INT_MAX, 0, -1, 65535, 1023, ...}
-    kVerbatim16,    // every sample given as a 16-bit value (seed recordings)
-    kPattern32,     // a short pattern of full 32-bit words, repeated
-    kSquare,        // a square wave of fuzzed level, amplitude and period (over-range)
+    kSynth = 0,   // physiological signal with fuzzed rate and amplitude
+    kSynthNoisy,  // the same with fuzzed noise, wander and scale
+    kConstant,    // one fuzzed 32-bit value
+    kPattern8,    // a short byte pattern as signed deltas, repeated
+    kExtremes,    // words drawn from {INT_MIN, INT_MAX, 0, -1, 65535, 1023, ...}
+    kVerbatim16,  // every sample given as a 16-bit value (seed recordings)
+    kPattern32,   // a short pattern of full 32-bit words, repeated
+    kSquare,      // a square wave of fuzzed level, amplitude and period (over-range)
 };
 
 // One channel's source of samples across frames. Keeps its synthetic generator running so the
@@ -69,11 +69,11 @@ public:
             case kSynthNoisy: {
                 const uint8_t a = in.u8(), b = in.u8();
                 if (heart_) {
-                    ecg_.setRate(20.0 + a * 1.2);         // 20..326 beats per minute
-                    ecg_.setAmplitude(20.0 + b * 2.0);    // R wave 20..530 counts
+                    ecg_.setRate(20.0 + a * 1.2);       // 20..326 beats per minute
+                    ecg_.setAmplitude(20.0 + b * 2.0);  // R wave 20..530 counts
                 } else {
-                    resp_.setRate(2.0 + a * 0.3);         // 2..78 breaths per minute
-                    scale_ = 0.05 + b / 32.0;             // amplitude x0.05..x8
+                    resp_.setRate(2.0 + a * 0.3);  // 2..78 breaths per minute
+                    scale_ = 0.05 + b / 32.0;      // amplitude x0.05..x8
                 }
                 if (kind_ == kSynthNoisy) {
                     noise_ = in.u8();

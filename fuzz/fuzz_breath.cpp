@@ -8,8 +8,8 @@
 #include <cstring>
 #include <memory>
 
-#include "fuzz_common.h"
 #include "frame_script.h"
+#include "fuzz_common.h"
 #include "rtmonitor/CBreathPro.h"
 
 namespace rtm_fuzz_breath {

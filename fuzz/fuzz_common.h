@@ -38,8 +38,7 @@ inline Stats& stats() {
 }
 
 inline void printStats() {
-    std::fprintf(stderr, "rtm-fuzz: frames=%llu max_frame_us=%lld\n",
-                 static_cast<unsigned long long>(stats().frames),
+    std::fprintf(stderr, "rtm-fuzz: frames=%llu max_frame_us=%lld\n", static_cast<unsigned long long>(stats().frames),
                  static_cast<long long>(stats().maxFrameNs / 1000));
 }
 
@@ -67,8 +66,12 @@ inline void detectStandIns() {
         breath.ProcessingBreath(0, in, in, 25, d0, d1, &rate, &status);
         stats().checkBreath = rate != -7;
     }
-    if (!stats().checkHeart) std::fprintf(stderr, "rtm-fuzz: the cardiac analyser writes no outputs in this build; its output checks are off\n");
-    if (!stats().checkBreath) std::fprintf(stderr, "rtm-fuzz: the respiration analyser writes no outputs in this build; its output checks are off\n");
+    if (!stats().checkHeart)
+        std::fprintf(stderr,
+                     "rtm-fuzz: the cardiac analyser writes no outputs in this build; its output checks are off\n");
+    if (!stats().checkBreath)
+        std::fprintf(stderr,
+                     "rtm-fuzz: the respiration analyser writes no outputs in this build; its output checks are off\n");
 }
 
 // Per-frame time limit. Sanitizer builds are several times slower than release builds, so the
@@ -116,8 +119,10 @@ inline void checkHeartOutput(int32_t heartMode, int32_t rate, int32_t reserved, 
 inline void checkOutput(const ParamsOut& o, int32_t heartMode, uint64_t frame) {
     if (o.nPosture < 0 || o.nPosture > 9) invariantFailed("nPosture outside 0..9", o.nPosture, frame);
     for (int i = 0; i < 25; ++i)
-        if (o.nMovement[i] < 1 || o.nMovement[i] > 1023) invariantFailed("nMovement outside 1..1023", o.nMovement[i], frame);
-    if (stats().checkBreath) checkBreathOutput(o.nBreathDisplay0, o.nBreathDisplay1, o.nBreathRate, o.nBreathState, frame);
+        if (o.nMovement[i] < 1 || o.nMovement[i] > 1023)
+            invariantFailed("nMovement outside 1..1023", o.nMovement[i], frame);
+    if (stats().checkBreath)
+        checkBreathOutput(o.nBreathDisplay0, o.nBreathDisplay1, o.nBreathRate, o.nBreathState, frame);
     if (stats().checkHeart) checkHeartOutput(heartMode, o.nHeartRate, o.nHeartReserved, o.nHeartStatus, frame);
 }
 
@@ -181,10 +186,8 @@ private:
 #ifdef RTM_FUZZ_NO_ENTRY
 #define RTM_FUZZ_TARGET(name) int name(const uint8_t* data, size_t size)
 #else
-#define RTM_FUZZ_TARGET(name)                                                \
-    int name(const uint8_t* data, size_t size);                              \
-    extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) { \
-        return name(data, size);                                             \
-    }                                                                        \
+#define RTM_FUZZ_TARGET(name)                                                                            \
+    int name(const uint8_t* data, size_t size);                                                          \
+    extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) { return name(data, size); } \
     int name(const uint8_t* data, size_t size)
 #endif

@@ -32,7 +32,8 @@ struct Member {
     Width width;
 };
 
-#define RTM_MEMBER(cls, sub, field, w) {offsetof(UserDataStruct, sub) + offsetof(cls, field), Width::w}
+#define RTM_MEMBER(cls, sub, field, w) \
+    { offsetof(UserDataStruct, sub) + offsetof(cls, field), Width::w }
 
 // Positions, counts, sums, flags and rates: the members a forger would aim at first.
 const Member kMembers[] = {
@@ -146,8 +147,8 @@ void applyEdits(ByteReader& in, unsigned char* bytes, std::size_t size, std::siz
                     break;
                 }
                 case Width::I64: {
-                    const int64_t v = static_cast<int64_t>(static_cast<uint64_t>(in.u32()) |
-                                                           static_cast<uint64_t>(in.u32()) << 32);
+                    const int64_t v =
+                        static_cast<int64_t>(static_cast<uint64_t>(in.u32()) | static_cast<uint64_t>(in.u32()) << 32);
                     std::memcpy(at, &v, 8);
                     break;
                 }

@@ -8,8 +8,8 @@
 #include <cstring>
 #include <string>
 
-#include "fuzz_common.h"
 #include "frame_file.h"
+#include "fuzz_common.h"
 
 namespace rtm_fuzz_frame_file {
 constexpr int kMaxFramesToAnalyse = 16;
@@ -51,7 +51,8 @@ RTM_FUZZ_TARGET(rtmFuzzFrameFile) {
         rtmtool::encodeFrame(frame, again);
         if (std::memcmp(again, raw, sizeof again) != 0) invariantFailed("a record does not round-trip", 0, frames);
         ParamsIn decoded = rtmtool::decodeFrame(raw);
-        if (std::memcmp(&decoded, &frame, sizeof frame) != 0) invariantFailed("decodeFrame differs from the reader", 0, frames);
+        if (std::memcmp(&decoded, &frame, sizeof frame) != 0)
+            invariantFailed("decodeFrame differs from the reader", 0, frames);
         if (frames < static_cast<size_t>(rtm_fuzz_frame_file::kMaxFramesToAnalyse)) {
             ParamsOut out;
             std::memset(&out, 0, sizeof out);
@@ -63,7 +64,8 @@ RTM_FUZZ_TARGET(rtmFuzzFrameFile) {
     }
     const size_t whole = size / rtmtool::kFrameBytes, rest = size % rtmtool::kFrameBytes;
     if (frames != whole) invariantFailed("complete records missed", static_cast<long long>(frames), frames);
-    if (rest == 0 && r != FrameReader::Result::End) invariantFailed("whole file did not end cleanly", static_cast<int>(r), frames);
+    if (rest == 0 && r != FrameReader::Result::End)
+        invariantFailed("whole file did not end cleanly", static_cast<int>(r), frames);
     if (rest != 0 && (r != FrameReader::Result::Incomplete || reader.partialBytes() != rest))
         invariantFailed("trailing partial record not reported", static_cast<long long>(reader.partialBytes()), frames);
     rtm_fuzz_frame_file::reclaimer().reset();

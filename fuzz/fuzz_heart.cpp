@@ -9,8 +9,8 @@
 #include <cstring>
 #include <memory>
 
-#include "fuzz_common.h"
 #include "frame_script.h"
+#include "fuzz_common.h"
 #include "rtmonitor/CBeatMeasure.h"
 
 namespace rtm_fuzz_heart {

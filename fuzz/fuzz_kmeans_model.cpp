@@ -43,7 +43,8 @@ RTM_FUZZ_TARGET(rtmFuzzKMeansModel) {
     for (int c = 0; c < k; ++c)
         for (int d = 0; d < dim; ++d) {
             const double a = model.means[c][d], b = again.means[c][d];
-            if (!(a == b || (std::isnan(a) && std::isnan(b)))) invariantFailed("a mean changed in the round trip", c, 0);
+            if (!(a == b || (std::isnan(a) && std::isnan(b))))
+                invariantFailed("a mean changed in the round trip", c, 0);
         }
     return 0;
 }

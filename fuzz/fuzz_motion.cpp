@@ -6,8 +6,8 @@
 // words: 25 x, 25 y, 25 z }. The movement stage always takes 25 samples, as in the pipeline.
 #include <cstring>
 
-#include "fuzz_common.h"
 #include "frame_script.h"
+#include "fuzz_common.h"
 
 namespace rtm_fuzz_motion {
 constexpr int kMaxFramesPerInput = 2000;

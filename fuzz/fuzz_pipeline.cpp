@@ -12,8 +12,8 @@
 #include <cstring>
 #include <memory>
 
-#include "fuzz_common.h"
 #include "frame_script.h"
+#include "fuzz_common.h"
 
 namespace rtm_fuzz_pipeline {
 

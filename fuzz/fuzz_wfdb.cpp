@@ -41,12 +41,14 @@ RTM_FUZZ_TARGET(rtmFuzzWfdb) {
         };
         if (record.open("fuzz.hea", header, opener, error)) {
             if (header.frames > 0 && record.frames() != header.frames)
-                rtm_fuzz::invariantFailed("frames differ from the header's count", static_cast<long long>(record.frames()), 0);
+                rtm_fuzz::invariantFailed("frames differ from the header's count",
+                                          static_cast<long long>(record.frames()), 0);
             uint64_t frames = 0, samples = 0;
             std::vector<std::vector<double>> blocks;
             while (samples < rtm_fuzz_wfdb::kMaxSamples && record.readBlock(blocks, error)) {
                 if (blocks.size() != header.signals.size())
-                    rtm_fuzz::invariantFailed("a block without every signal", static_cast<long long>(blocks.size()), frames);
+                    rtm_fuzz::invariantFailed("a block without every signal", static_cast<long long>(blocks.size()),
+                                              frames);
                 const size_t n = blocks[0].size() / static_cast<size_t>(header.signals[0].samplesPerFrame);
                 if (n == 0) rtm_fuzz::invariantFailed("an empty block", 0, frames);
                 for (size_t s = 0; s < blocks.size(); ++s) {
@@ -61,7 +63,8 @@ RTM_FUZZ_TARGET(rtmFuzzWfdb) {
                 if (frames > record.frames()) rtm_fuzz::invariantFailed("more frames than the record holds", 0, frames);
             }
             if (samples < rtm_fuzz_wfdb::kMaxSamples && error.empty() && frames != record.frames())
-                rtm_fuzz::invariantFailed("the record ended early without a message", static_cast<long long>(frames), 0);
+                rtm_fuzz::invariantFailed("the record ended early without a message", static_cast<long long>(frames),
+                                          0);
         } else if (error.empty()) {
             rtm_fuzz::invariantFailed("a record refused without a message", 0, 0);
         }

@@ -73,7 +73,8 @@ int main(int argc, char** argv) {
         int64_t t = runOnce(bytes);
         if (t > limitNs) t = std::min(t, runOnce(bytes));
         if (t > limitNs) {
-            std::fprintf(stderr, "replay: SLOW %s: a frame took %lld us\n", f.c_str(), static_cast<long long>(t / 1000));
+            std::fprintf(stderr, "replay: SLOW %s: a frame took %lld us\n", f.c_str(),
+                         static_cast<long long>(t / 1000));
             ++slow;
         }
         if (t > worst) {
@@ -83,8 +84,8 @@ int main(int argc, char** argv) {
     }
     // The slowest input once more: a single slow frame on a busy machine is often only noise.
     if (!worstFile.empty() && readFile(worstFile, bytes)) worst = std::min(worst, runOnce(bytes));
-    std::printf("replay: %zu inputs, %llu frames, slowest frame %lld us (%s, best of two runs), %d over %ld ms\n", files.size(),
-                static_cast<unsigned long long>(rtm_fuzz::stats().frames), static_cast<long long>(worst / 1000),
-                worstFile.c_str(), slow, limitMs);
+    std::printf("replay: %zu inputs, %llu frames, slowest frame %lld us (%s, best of two runs), %d over %ld ms\n",
+                files.size(), static_cast<unsigned long long>(rtm_fuzz::stats().frames),
+                static_cast<long long>(worst / 1000), worstFile.c_str(), slow, limitMs);
     return slow ? 1 : 0;
 }

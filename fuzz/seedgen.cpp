@@ -60,7 +60,9 @@ void noisy(Bytes& b, int rateByte, int ampByte, int noise, int wander) {
     b.u8(rtm_fuzz::kSynthNoisy).u8(rateByte).u8(ampByte).u8(noise).u8(wander).u16(0);
 }
 void constant(Bytes& b, int32_t v) { b.u8(rtm_fuzz::kConstant).s32(v); }
-void square(Bytes& b, int level, int amp, int period) { b.u8(rtm_fuzz::kSquare).u16(level / 4).u16(amp / 2).u8(period - 1); }
+void square(Bytes& b, int level, int amp, int period) {
+    b.u8(rtm_fuzz::kSquare).u16(level / 4).u16(amp / 2).u8(period - 1);
+}
 
 // ---- pipeline: op = action << 2 | device slot -------------------------------------------------
 enum { kInit = 0, kFree = 1, kJump = 2, kMode = 3, kHeart = 4, kChan1 = 5, kChan0 = 6, kMotion = 7, kFrames = 8 };
@@ -346,15 +348,23 @@ void kmeansModelSeeds() {
         return b;
     };
     const std::string two =
-        "<KMeans>\n<DimNum> 2 </DimNum>\n<ClusterNum> 2 </CluterNum>\n<Mean>\n72.5 15 \n118 19.25 \n</Mean>\n</KMeans>\n";
+        "<KMeans>\n<DimNum> 2 </DimNum>\n<ClusterNum> 2 </CluterNum>\n<Mean>\n72.5 15 \n118 19.25 "
+        "\n</Mean>\n</KMeans>\n";
     save("kmeans_model", "two-clusters", model(1, 1, two));
     save("kmeans_model", "one-cluster",
-         model(1, 0, "<KMeans>\n<DimNum> 2 </DimNum>\n<ClusterNum> 1 </CluterNum>\n<Mean>\n1.5 2 \n</Mean>\n</KMeans>\n"));
+         model(1, 0,
+               "<KMeans>\n<DimNum> 2 </DimNum>\n<ClusterNum> 1 </CluterNum>\n<Mean>\n1.5 2 \n</Mean>\n</KMeans>\n"));
     save("kmeans_model", "crlf-exact",
-         model(2, 0, "<KMeans>\r\n<DimNum> 3 </DimNum>\r\n<ClusterNum> 1 </CluterNum>\r\n<Mean>\r\n"
-                     "0.10000000000000001 -2.5e-300 1.7976931348623157e+308 \r\n</Mean>\r\n</KMeans>\r\n"));
-    save("kmeans_model", "wrong-count", model(1, 1, "<KMeans>\n<DimNum> 2 </DimNum>\n<ClusterNum> 2 </CluterNum>\n<Mean>\n1 2 3 \n4 \n</Mean>\n</KMeans>\n"));
-    save("kmeans_model", "not-numbers", model(0, 0, "<KMeans>\n<DimNum> 1 </DimNum>\n<ClusterNum> 1 </CluterNum>\n<Mean>\nnan \n</Mean>\n</KMeans>\n"));
+         model(2, 0,
+               "<KMeans>\r\n<DimNum> 3 </DimNum>\r\n<ClusterNum> 1 </CluterNum>\r\n<Mean>\r\n"
+               "0.10000000000000001 -2.5e-300 1.7976931348623157e+308 \r\n</Mean>\r\n</KMeans>\r\n"));
+    save(
+        "kmeans_model", "wrong-count",
+        model(1, 1,
+              "<KMeans>\n<DimNum> 2 </DimNum>\n<ClusterNum> 2 </CluterNum>\n<Mean>\n1 2 3 \n4 \n</Mean>\n</KMeans>\n"));
+    save(
+        "kmeans_model", "not-numbers",
+        model(0, 0, "<KMeans>\n<DimNum> 1 </DimNum>\n<ClusterNum> 1 </CluterNum>\n<Mean>\nnan \n</Mean>\n</KMeans>\n"));
 }
 
 // ---- k-means sample files: dim-1, K-1, mode bit, passes-1, then the file -----------------------
@@ -416,9 +426,11 @@ void wfdbSeeds() {
          record("r 2 360 20\nr.dat 212 200 11 1024 995 0 0 MLII\nr.dat 212 200 11 1024 1011 0 0 V5\n", 60, 37));
     save("wfdb", "samples-per-frame-and-skew",
          record("# comment\nr 3 125 10\nr.dat 212x4 2963.77/mV 12 0 67 0 0 MCL1\n"
-                "r.dat 212 12.84(-1605)/mmHg 12 0 -943 0 0 ABP\nr.dat 212:4 2000 12 0 -304 0 0 RESP\n", 90, 11));
+                "r.dat 212 12.84(-1605)/mmHg 12 0 -943 0 0 ABP\nr.dat 212:4 2000 12 0 -304 0 0 RESP\n",
+                90, 11));
     save("wfdb", "formats-16-61-80-8-offset",
-         record("r 4 250/1000 6\na.dat 16+4 100/uV 16 0\nb.dat 61x2 50\nc.dat 80:1 10(-5)/g\nd.dat 8 200 8 0 5\n", 40, 5));
+         record("r 4 250/1000 6\na.dat 16+4 100/uV 16 0\nb.dat 61x2 50\nc.dat 80:1 10(-5)/g\nd.dat 8 200 8 0 5\n", 40,
+                5));
     save("wfdb", "header-lies-about-length", record("r 1 250 5000\nr.dat 16 200 16 0 0 0 0 ECG\n", 20, 3));
     Bytes ann;
     for (char c : std::string("r 1 360\nr.dat 16 200\n")) ann.u8(c);

@@ -29,15 +29,15 @@ extern "C" {
 
 /* One frame of raw sensor data for one device: 330 words, 1320 bytes. */
 typedef struct ParamsIn {
-    int32_t nDeviceId;         /* selects the device state; any value is a valid id */
-    int32_t nFrameSeq;         /* host's frame sequence number */
-    int32_t nHeartData[200];   /* ECG, 200 samples/s, oldest first */
-    int32_t nHeartMode;        /* 0 analyse, 1 restart heart analysis, other: skip (rate 200) */
-    int32_t nReservedA;        /* not read */
-    int32_t nBreathChan1[25];  /* respiration channel analysed for the rate, 25 samples/s */
-    int32_t nBreathChan0[25];  /* respiration channel filtered for display only */
-    int32_t nReservedB;        /* not read */
-    int32_t nAccX[25];         /* accelerometer, raw counts: 512 = 0 g, 128 counts per g */
+    int32_t nDeviceId;        /* selects the device state; any value is a valid id */
+    int32_t nFrameSeq;        /* host's frame sequence number */
+    int32_t nHeartData[200];  /* ECG, 200 samples/s, oldest first */
+    int32_t nHeartMode;       /* 0 analyse, 1 restart heart analysis, other: skip (rate 200) */
+    int32_t nReservedA;       /* not read */
+    int32_t nBreathChan1[25]; /* respiration channel analysed for the rate, 25 samples/s */
+    int32_t nBreathChan0[25]; /* respiration channel filtered for display only */
+    int32_t nReservedB;       /* not read */
+    int32_t nAccX[25];        /* accelerometer, raw counts: 512 = 0 g, 128 counts per g */
     int32_t nAccY[25];
     int32_t nAccZ[25];
 } ParamsIn;
@@ -65,7 +65,7 @@ typedef struct ParamsOut {
 /* Registers a device, or restarts the analysis of one that exists. */
 RTMONITOR_API void initDevice(int id);
 /* Analyses one frame for in.nDeviceId (creating its state if needed); always returns 1. */
-RTMONITOR_API int processSignal(ParamsIn in, ParamsOut *out);
+RTMONITOR_API int processSignal(ParamsIn in, ParamsOut* out);
 /* Drops a device's state from the registry. */
 RTMONITOR_API void freeDevice(int id);
 
@@ -79,7 +79,7 @@ RTMONITOR_API void freeDevice(int id);
 typedef struct rtm_device rtm_device;
 
 /* A fresh analysis state, as initDevice creates one. NULL when memory runs out. */
-RTMONITOR_API rtm_device *rtm_device_create(void);
+RTMONITOR_API rtm_device* rtm_device_create(void);
 
 /*
  * Analyses one frame: in->nDeviceId is not read (the handle is the device); every other input
@@ -91,10 +91,10 @@ RTMONITOR_API rtm_device *rtm_device_create(void);
  * Also 0 if memory ran out part-way through the frame: the handle's state is then incomplete,
  * so destroy it (or load a snapshot into it) before analysing further frames.
  */
-RTMONITOR_API int rtm_device_process(rtm_device *dev, const ParamsIn *in, ParamsOut *out);
+RTMONITOR_API int rtm_device_process(rtm_device* dev, const ParamsIn* in, ParamsOut* out);
 
 /* Releases the handle and everything it holds. NULL is a no-op. */
-RTMONITOR_API void rtm_device_destroy(rtm_device *dev);
+RTMONITOR_API void rtm_device_destroy(rtm_device* dev);
 
 /*
  * Snapshots: the complete analysis state of a handle as bytes, to continue the device in another
@@ -112,7 +112,7 @@ RTMONITOR_API void rtm_device_destroy(rtm_device *dev);
 RTMONITOR_API size_t rtm_device_state_size(void);
 
 /* Writes the snapshot into buf. 1 on success; 0 when an argument is NULL or len is too small. */
-RTMONITOR_API int rtm_device_save(const rtm_device *dev, void *buf, size_t len);
+RTMONITOR_API int rtm_device_save(const rtm_device* dev, void* buf, size_t len);
 
 /*
  * Replaces the handle's state with the snapshot in buf. 1 on success. 0, with the handle left
@@ -121,10 +121,10 @@ RTMONITOR_API int rtm_device_save(const rtm_device *dev, void *buf, size_t len);
  * also for a state whose ring positions, counts or flags lie outside what the analysers can
  * produce (a forged payload behind a valid header), and when memory runs out.
  */
-RTMONITOR_API int rtm_device_load(rtm_device *dev, const void *buf, size_t len);
+RTMONITOR_API int rtm_device_load(rtm_device* dev, const void* buf, size_t len);
 
 /* The library version, e.g. "0.2.0" (RTMONITOR_VERSION_STRING of the built library). */
-RTMONITOR_API const char *rtm_version(void);
+RTMONITOR_API const char* rtm_version(void);
 
 #ifdef __cplusplus
 }

@@ -20,8 +20,8 @@ public:
     int BreathnoProInit();  // resets the rate-decision state only; returns 1
 
     // --- driver: one call per 25-sample block --------------------------------------------
-    void ProcessingBreath(int nPass, int* pChan0, int* pChan1, int nCount, int* pDisplay0,
-                          int* pDisplay1, int* pRate, int* pStatus);
+    void ProcessingBreath(int nPass, int* pChan0, int* pChan1, int nCount, int* pDisplay0, int* pDisplay1, int* pRate,
+                          int* pStatus);
 
     // --- display conditioning chain (ch selects row 0 or 1) ------------------------------
     int nBaseFilterBreath_display(int x, int ch);
@@ -37,8 +37,7 @@ public:
 
     // --- array helpers on caller-owned arrays; ranges are [start, end) --------------------
     bool judgezeros(int* a, int start, int end, int value, int runLength);
-    int DataMax_Min_Mean_std(int* a, int start, int end, int* pMax, int* pMin, int* pMean,
-                             int* pStd);
+    int DataMax_Min_Mean_std(int* a, int start, int end, int* pMax, int* pMin, int* pMean, int* pStd);
     int DataMax(int* a, int start, int end);
     int DataMin(int* a, int start, int end);
     int DataMean(int* a, int start, int end);
@@ -58,10 +57,10 @@ public:
     void fftshift_abs(float* in, float* out, int n);
 
     // --- peak finding, peak-pair counting, interval-based rate ----------------------------
-    void FindPeakMinMax(int* data, int nStart, int nEnd, int nMinDist, int* pPeakLoc,
-                        int* pTroughLoc, int* pPeakNum, int* pTroughNum);
-    float PPConNum(int* data, int* pPeakLoc, int* pTroughLoc, int nMinLoc, int nPeakNum,
-                   int nTroughNum, int nCycleNum, bool* bRateValid, bool* bCrossRegular);
+    void FindPeakMinMax(int* data, int nStart, int nEnd, int nMinDist, int* pPeakLoc, int* pTroughLoc, int* pPeakNum,
+                        int* pTroughNum);
+    float PPConNum(int* data, int* pPeakLoc, int* pTroughLoc, int nMinLoc, int nPeakNum, int nTroughNum, int nCycleNum,
+                   bool* bRateValid, bool* bCrossRegular);
     float RR_result(int* first, int* second, int nFirst, int nSecond);
 
     // --- state, in its fixed order ----------------------------------------------------------

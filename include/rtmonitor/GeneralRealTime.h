@@ -35,10 +35,9 @@ public:
 
     int GetPostureDet(int id, int seq, int* x, int* y, int* z, int n);
     bool GetMovementData(int id, int seq, int* x, int* y, int* z, int* movement, int n);
-    bool ProcessingBreath(int id, int* chan0, int* chan1, int n, int* display0, int* display1,
-                          int* rate, int* state);
-    bool ProcessingHeart(int id, int seq, int mode, int* samples, int n, int* wave, int* rate,
-                         int* reserved, int* status);
+    bool ProcessingBreath(int id, int* chan0, int* chan1, int n, int* display0, int* display1, int* rate, int* state);
+    bool ProcessingHeart(int id, int seq, int mode, int* samples, int n, int* wave, int* rate, int* reserved,
+                         int* status);
     bool DataSugnal(int* in, int* out, int n, double scale, double amplitude);
 
     // The registered devices in registration order. Lookups go through an index kept beside

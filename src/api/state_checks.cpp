@@ -29,8 +29,8 @@ constexpr int64_t extent(const T (&)[N]) {
 
 bool heartWithinBounds(const CBeatMeasure& h) {
     // Set by the constructor and Init only; the analysis divides and compares by them.
-    if (h.nMinRRInterval != 38 || h.nMaxRRInterval != 600 || h.nMsPerSample != 5 ||
-        h.nSampleRate != 200 || !(h.fSignalGain == 80.0f))
+    if (h.nMinRRInterval != 38 || h.nMaxRRInterval != 600 || h.nMsPerSample != 5 || h.nSampleRate != 200 ||
+        !(h.fSignalGain == 80.0f))
         return false;
     // BaseFilter divides by its count while it is below its 200-sample window.
     return within(h.nBaseCount, 0, 200);

@@ -68,8 +68,7 @@ bool CBreathPro::judgezeros(int* a, int start, int end, int value, int runLength
     return true;
 }
 
-int CBreathPro::DataMax_Min_Mean_std(int* a, int start, int end, int* pMax, int* pMin, int* pMean,
-                                     int* pStd) {
+int CBreathPro::DataMax_Min_Mean_std(int* a, int start, int end, int* pMax, int* pMin, int* pMean, int* pStd) {
     if (start >= end) {
         *pMean = 0;
         *pMax = a[start];
@@ -85,13 +84,9 @@ int CBreathPro::DataMax_Min_Mean_std(int* a, int start, int end, int* pMax, int*
     return 1;
 }
 
-int CBreathPro::DataMax(int* a, int start, int end) {
-    return start < end ? rangeStats(a, start, end).mx : a[start];
-}
+int CBreathPro::DataMax(int* a, int start, int end) { return start < end ? rangeStats(a, start, end).mx : a[start]; }
 
-int CBreathPro::DataMin(int* a, int start, int end) {
-    return start < end ? rangeStats(a, start, end).mn : a[start];
-}
+int CBreathPro::DataMin(int* a, int start, int end) { return start < end ? rangeStats(a, start, end).mn : a[start]; }
 
 int CBreathPro::DataMean(int* a, int start, int end) {
     if (start >= end) return 0;

@@ -3,8 +3,8 @@
 // mean-removed. Bin k is k * 25 / 1024 Hz.
 #include <cmath>
 
-#include "rtmonitor/CBreathPro.h"
 #include "numeric/fft_real.h"
+#include "rtmonitor/CBreathPro.h"
 #include "rtmonitor/FFT.h"
 
 namespace {

@@ -12,13 +12,13 @@
 
 namespace {
 
-constexpr int kBufferSamples = 1000;       // 40 s analysis window
-constexpr int kEnergySamples = 50;         // 2 s energy window
-constexpr int32_t kDeadLow = 0;            // a sensor stuck at either rail for a whole block
-constexpr int32_t kDeadHigh = 65535;       // is treated as absent
+constexpr int kBufferSamples = 1000;  // 40 s analysis window
+constexpr int kEnergySamples = 50;    // 2 s energy window
+constexpr int32_t kDeadLow = 0;       // a sensor stuck at either rail for a whole block
+constexpr int32_t kDeadHigh = 65535;  // is treated as absent
 constexpr float kDisturbanceEnergy = 50.0f;
-constexpr int32_t kMotionHoldEnd = 10;     // updates until a disturbance stops holding
-constexpr int32_t kNoSignalHoldEnd = 4;    // updates until missing signal stops holding
+constexpr int32_t kMotionHoldEnd = 10;   // updates until a disturbance stops holding
+constexpr int32_t kNoSignalHoldEnd = 4;  // updates until missing signal stops holding
 
 enum SampleClass { kDisturbance = 0, kUsable = 1, kNoSignal = 2 };
 
@@ -79,8 +79,8 @@ void runRateUpdate(CBreathPro& a, int sampleClass, int* pRate, int* pStatus) {
 
 }  // namespace
 
-void CBreathPro::ProcessingBreath(int nPass, int* pChan0, int* pChan1, int /*nCount*/,
-                                  int* pDisplay0, int* pDisplay1, int* pRate, int* pStatus) {
+void CBreathPro::ProcessingBreath(int nPass, int* pChan0, int* pChan1, int /*nCount*/, int* pDisplay0, int* pDisplay1,
+                                  int* pRate, int* pStatus) {
     // Every call carries one second; existing hosts pass 25 whatever nCount says.
     int atLow = 0;
     int atHigh = 0;

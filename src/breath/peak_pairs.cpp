@@ -20,9 +20,7 @@ constexpr int32_t kMidLevel = 500;
 struct NewestFirst {
     const int* loc;
     int count;
-    int32_t at(int64_t k) const {
-        return (k >= 0 && k < count) ? loc[static_cast<int64_t>(count) - 1 - k] : 0;
-    }
+    int32_t at(int64_t k) const { return (k >= 0 && k < count) ? loc[static_cast<int64_t>(count) - 1 - k] : 0; }
 };
 
 // Fraction of consecutive extremum pairs between which the signal crosses the mid level exactly
@@ -36,8 +34,7 @@ float goodPairFraction(const int* data, const int* loc, int count) {
         // A sample on the level counts only if the sample after next is on the other side.
         if (rtm::kernels::countCrossings(data, a, b - 3, kMidLevel) == 2) ++good;
     }
-    return rtm::breath::ieeeDivF(static_cast<float>(good),
-                                 static_cast<float>(rtm::wrapSub32(count, 1)));
+    return rtm::breath::ieeeDivF(static_cast<float>(good), static_cast<float>(rtm::wrapSub32(count, 1)));
 }
 
 bool swingsAgree(int32_t swing, int32_t prev) {
@@ -48,8 +45,8 @@ bool swingsAgree(int32_t swing, int32_t prev) {
 
 }  // namespace
 
-float CBreathPro::PPConNum(int* data, int* pPeakLoc, int* pTroughLoc, int nMinLoc, int nPeakNum,
-                           int nTroughNum, int nCycleNum, bool* bRateValid, bool* bCrossRegular) {
+float CBreathPro::PPConNum(int* data, int* pPeakLoc, int* pTroughLoc, int nMinLoc, int nPeakNum, int nTroughNum,
+                           int nCycleNum, bool* bRateValid, bool* bCrossRegular) {
     *bRateValid = false;
 
     // 9 good pairs of 10 is not regular: 0.9f lies below the double 0.9.
@@ -75,8 +72,7 @@ float CBreathPro::PPConNum(int* data, int* pPeakLoc, int* pTroughLoc, int nMinLo
     bool found = false;
     int32_t prev = 0;
     for (int k = 0; k < m; ++k) {
-        const int32_t swing =
-            rtm::wrapAbs32(rtm::wrapSub32(data[peaks.at(k)], data[troughs.at(k)]));
+        const int32_t swing = rtm::wrapAbs32(rtm::wrapSub32(data[peaks.at(k)], data[troughs.at(k)]));
         if (k == 0) prev = swing;
         if (swingsAgree(swing, prev)) {
             if (!inRun) {
@@ -103,9 +99,7 @@ float CBreathPro::PPConNum(int* data, int* pPeakLoc, int* pTroughLoc, int nMinLo
     if (static_cast<int64_t>(n) - start < runWanted) return 0.0f;
 
     // Intervals of the run, newest breath first, and the regularity of their second differences.
-    auto interval = [&](int64_t j) {
-        return rtm::wrapSub32(bounds.at(start + j), bounds.at(start + j + 1));
-    };
+    auto interval = [&](int64_t j) { return rtm::wrapSub32(bounds.at(start + j), bounds.at(start + j + 1)); };
     bool runRegular = true;
     if (nCycleNum > 2) {
         for (int64_t j = 0; j + 2 < static_cast<int64_t>(nCycleNum); ++j) {
@@ -125,16 +119,16 @@ float CBreathPro::PPConNum(int* data, int* pPeakLoc, int* pTroughLoc, int nMinLo
             const int32_t d2 = rtm::wrapSub32(bounds.at(j + 2), bounds.at(j + 1));
             if (rtm::wrapAbs32(rtm::wrapSub32(d2, d1)) > 20) ++irregular;
         }
-        const float share = rtm::breath::ieeeDivF(static_cast<float>(irregular),
-                                                  static_cast<float>(rtm::wrapSub32(n, 2)));
+        const float share =
+            rtm::breath::ieeeDivF(static_cast<float>(irregular), static_cast<float>(rtm::wrapSub32(n, 2)));
         // Written as "pass only at or below 0.2" so that 0/0 (three boundaries) fails.
         if (!(static_cast<double>(share) <= 0.2)) return 0.0f;
     }
 
     int32_t sum = 0;
     for (int64_t j = 0; j < runWanted; ++j) sum = rtm::wrapAdd32(sum, interval(j));
-    const float meanInterval = rtm::breath::ieeeDivF(static_cast<float>(sum),
-                                                     static_cast<float>(rtm::wrapSub32(nCycleNum, 1)));
+    const float meanInterval =
+        rtm::breath::ieeeDivF(static_cast<float>(sum), static_cast<float>(rtm::wrapSub32(nCycleNum, 1)));
     *bRateValid = true;
     return rtm::breath::ieeeDivF(rtm::breath::kBreathSamplesPerMinute, meanInterval);
 }

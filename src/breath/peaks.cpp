@@ -29,8 +29,8 @@ bool acceptAdaptive(int32_t amp, int32_t a1, int32_t a2, int64_t dOpp, int64_t h
 
 }  // namespace
 
-void CBreathPro::FindPeakMinMax(int* data, int nStart, int nEnd, int nMinDist, int* pPeakLoc,
-                                int* pTroughLoc, int* pPeakNum, int* pTroughNum) {
+void CBreathPro::FindPeakMinMax(int* data, int nStart, int nEnd, int nMinDist, int* pPeakLoc, int* pTroughLoc,
+                                int* pPeakNum, int* pTroughNum) {
     // Widened so that a range at the ends of the int range cannot overflow the bounds.
     const int64_t first = static_cast<int64_t>(nStart) + 1;
     const int64_t stop = static_cast<int64_t>(nEnd) - 1;
@@ -87,8 +87,7 @@ void CBreathPro::FindPeakMinMax(int* data, int nStart, int nEnd, int nMinDist, i
                 const int32_t amp = swingBetween(x, vt1);
                 const int64_t dT = pos - pTroughLoc[nt - 1];
                 if (amp > 100 && pos - pPeakLoc[np - 1] > minDist &&
-                    acceptAdaptive(amp, swingBetween(vp, vt1), swingBetween(vp, vt2), dT,
-                                   nHalfDist)) {
+                    acceptAdaptive(amp, swingBetween(vp, vt1), swingBetween(vp, vt2), dT, nHalfDist)) {
                     pPeakLoc[np++] = i;
                     lastWasPeak = true;
                 }
@@ -122,8 +121,7 @@ void CBreathPro::FindPeakMinMax(int* data, int nStart, int nEnd, int nMinDist, i
                 // The trough side keeps the wider half spacing where the peak side uses the
                 // plain one; rates on record depend on this asymmetry.
                 if (amp > 100 && pos - pTroughLoc[nt - 1] > minDist &&
-                    acceptAdaptive(amp, swingBetween(vt, vp1), swingBetween(vt, vp2), dP,
-                                   nHalfDistWide)) {
+                    acceptAdaptive(amp, swingBetween(vt, vp1), swingBetween(vt, vp2), dP, nHalfDistWide)) {
                     pTroughLoc[nt++] = i;
                     lastWasPeak = false;
                 }

@@ -13,8 +13,7 @@ inline float ieeeDivF(float a, float b) {
     if (b != 0.0f) return a / b;
     if (std::isnan(a) || a == 0.0f) return std::numeric_limits<float>::quiet_NaN();
     const bool negative = std::signbit(a) != std::signbit(b);
-    return negative ? -std::numeric_limits<float>::infinity()
-                    : std::numeric_limits<float>::infinity();
+    return negative ? -std::numeric_limits<float>::infinity() : std::numeric_limits<float>::infinity();
 }
 
 // Samples in one minute at 25 respiration samples per second.

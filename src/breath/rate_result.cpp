@@ -42,8 +42,7 @@ float CBreathPro::RR_result(int* first, int* second, int nFirst, int nSecond) {
     const int32_t meanSum = rtm::wrapAdd32(trimmedMeanSpacing(spacingA), trimmedMeanSpacing(spacingB));
     const float meanSpacing = static_cast<float>(meanSum) * 0.5f;
     // A zero or negative mean spacing gives an infinite or negative quotient; both clamp to 6.
-    int32_t rate = rtm::floatToIntX86(
-        rtm::breath::ieeeDivF(rtm::breath::kBreathSamplesPerMinute, meanSpacing));
+    int32_t rate = rtm::floatToIntX86(rtm::breath::ieeeDivF(rtm::breath::kBreathSamplesPerMinute, meanSpacing));
     rate = std::max(rate, 6);
     rate = std::min(rate, 70);
     return static_cast<float>(rate);

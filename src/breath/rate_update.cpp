@@ -96,8 +96,7 @@ void followSpectrumOrHold(CBreathPro& a, float reported) {
     const float mean10 = sum / 10.0f;
     if (bins[9] == bins[0] && spectral[9] > 4.0f && agreeing == 9 && std::fabs(mean10 - reported) <= 3.0f)
         a.fBreathRate = mean10;
-    else
-        a.fBreathRate = reported;
+    else a.fBreathRate = reported;
 }
 
 // The last three spectral updates: their mean rate and whether all three saw one bin above 2.
@@ -134,12 +133,9 @@ void judgeJump(CBreathPro& a, float reported, const SpectralTail& tail) {
     std::copy(a.fLongRateHistory + 14, a.fLongRateHistory + 20, last6);
     a.sortfloat(last6, 6);
     const float d2 = std::fabs(a.fBreathRate - reported);
-    if (d2 >= 5.0f)
-        a.fBreathRate = a.DataMeanfloat(last6, 1, 5);
-    else if (d2 >= 3.0f)
-        a.fBreathRate = a.DataMeanfloat(a.fLongRateHistory, 17, 20);
-    else
-        a.fBreathRate = a.DataMeanfloat(a.fLongRateHistory, 18, 20);
+    if (d2 >= 5.0f) a.fBreathRate = a.DataMeanfloat(last6, 1, 5);
+    else if (d2 >= 3.0f) a.fBreathRate = a.DataMeanfloat(a.fLongRateHistory, 17, 20);
+    else a.fBreathRate = a.DataMeanfloat(a.fLongRateHistory, 18, 20);
 }
 
 // The estimate stays within 5 of the reported rate: it enters the steady history, whose
@@ -151,12 +147,9 @@ void judgeSteady(CBreathPro& a, float reported, const SpectralTail& tail) {
     a.sortfloat(sorted, kSteadyHistory);
     a.nRateJumpCount = 0;
     const float d2 = std::fabs(a.fBreathRate - reported);
-    if (d2 >= 5.0f)
-        a.fBreathRate = a.DataMeanfloat(sorted, 1, 4);
-    else if (d2 >= 3.0f && std::fabs(tail.mean3 - reported) <= 1.0f && tail.agree)
-        a.fBreathRate = tail.mean3;
-    else
-        a.fBreathRate = a.DataMeanfloat(a.fRateHistory, 2, 5);
+    if (d2 >= 5.0f) a.fBreathRate = a.DataMeanfloat(sorted, 1, 4);
+    else if (d2 >= 3.0f && std::fabs(tail.mean3 - reported) <= 1.0f && tail.agree) a.fBreathRate = tail.mean3;
+    else a.fBreathRate = a.DataMeanfloat(a.fRateHistory, 2, 5);
 }
 
 // Step E: plausibility of fBreathRate against the reported rate; returns it rounded half up.
@@ -209,16 +202,12 @@ float estimateBreathRate(CBreathPro& a) {
         v = a.fBreathRate;
     } else {
         int minLoc;
-        if ((steady && fs <= 10.0f && np > 2 && nt > 2) || nt <= 5 || np <= 5)
-            minLoc = 20;
-        else if (np <= 10 || nt <= 10)
-            minLoc = 400;
-        else
-            minLoc = 750;
+        if ((steady && fs <= 10.0f && np > 2 && nt > 2) || nt <= 5 || np <= 5) minLoc = 20;
+        else if (np <= 10 || nt <= 10) minLoc = 400;
+        else minLoc = 750;
 
         bool crossRegular = false;
-        float r = a.PPConNum(work, peaks, troughs, minLoc, np, nt, 3, &a.bRateTrusted,
-                             &crossRegular);
+        float r = a.PPConNum(work, peaks, troughs, minLoc, np, nt, 3, &a.bRateTrusted, &crossRegular);
         a.fPeakRate = r;
         a.nBreathStatus = crossRegular ? 1 : 0;
 

@@ -155,7 +155,8 @@ int countCrossings(const int32_t* a, int64_t from, int64_t last, int32_t level) 
     for (int64_t j = from; j <= last; ++j) {
         const uint32_t d0 = static_cast<uint32_t>(a[j]) - static_cast<uint32_t>(level);
         const int32_t c1 = static_cast<int32_t>(d0 * (static_cast<uint32_t>(a[j + 1]) - static_cast<uint32_t>(level)));
-        if (c1 < 0 || (c1 == 0 && static_cast<int32_t>(d0 * (static_cast<uint32_t>(a[j + 2]) - static_cast<uint32_t>(level))) < 0))
+        if (c1 < 0 || (c1 == 0 &&
+                       static_cast<int32_t>(d0 * (static_cast<uint32_t>(a[j + 2]) - static_cast<uint32_t>(level))) < 0))
             ++crossings;
     }
     return crossings;
@@ -299,10 +300,12 @@ RTM_AVX2 void trailingMeans(const int32_t* a, int from, int n, int w, int32_t* o
         x = _mm256_add_epi32(x, _mm256_slli_si256(x, 4));
         x = _mm256_add_epi32(x, _mm256_slli_si256(x, 8));
         // The low half's total carries into the high half.
-        const __m256i lowTotal = _mm256_permute2x128_si256(_mm256_shuffle_epi32(x, 0xFF), _mm256_shuffle_epi32(x, 0xFF), 0x08);
+        const __m256i lowTotal =
+            _mm256_permute2x128_si256(_mm256_shuffle_epi32(x, 0xFF), _mm256_shuffle_epi32(x, 0xFF), 0x08);
         x = _mm256_add_epi32(_mm256_add_epi32(x, lowTotal), carry);
         const __m128i q0 = _mm256_cvttpd_epi32(_mm256_div_pd(_mm256_cvtepi32_pd(_mm256_castsi256_si128(x)), width));
-        const __m128i q1 = _mm256_cvttpd_epi32(_mm256_div_pd(_mm256_cvtepi32_pd(_mm256_extracti128_si256(x, 1)), width));
+        const __m128i q1 =
+            _mm256_cvttpd_epi32(_mm256_div_pd(_mm256_cvtepi32_pd(_mm256_extracti128_si256(x, 1)), width));
         _mm_storeu_si128(reinterpret_cast<__m128i*>(out + i), q0);
         _mm_storeu_si128(reinterpret_cast<__m128i*>(out + i + 4), q1);
         carry = _mm256_permutevar8x32_epi32(x, _mm256_set1_epi32(7));
@@ -319,7 +322,8 @@ RTM_AVX2 bool slideWindow(int32_t* window, int32_t* sorted, const int32_t* ring,
     window[slot] = ring[slot];
     // Whole blocks, the last one overlapping its predecessor so nothing past n is read.
     __m256i differ = _mm256_setzero_si256();
-    for (int i = 0; i + 8 < n; i += 8) differ = _mm256_or_si256(differ, _mm256_xor_si256(load8(window + i), load8(ring + i)));
+    for (int i = 0; i + 8 < n; i += 8)
+        differ = _mm256_or_si256(differ, _mm256_xor_si256(load8(window + i), load8(ring + i)));
     differ = _mm256_or_si256(differ, _mm256_xor_si256(load8(window + n - 8), load8(ring + n - 8)));
     if (!_mm256_testz_si256(differ, differ)) return false;
     replaceSorted(sorted, leaving, ring[slot]);
@@ -335,8 +339,8 @@ RTM_AVX2 int countCrossings(const int32_t* a, int64_t from, int64_t last, int32_
         const __m256i d0 = _mm256_sub_epi32(load8(a + j), lv);
         const __m256i c1 = _mm256_mullo_epi32(d0, _mm256_sub_epi32(load8(a + j + 1), lv));
         const __m256i c2 = _mm256_mullo_epi32(d0, _mm256_sub_epi32(load8(a + j + 2), lv));
-        const __m256i cross = _mm256_or_si256(_mm256_cmpgt_epi32(zero, c1),
-                                              _mm256_and_si256(_mm256_cmpeq_epi32(c1, zero), _mm256_cmpgt_epi32(zero, c2)));
+        const __m256i cross = _mm256_or_si256(
+            _mm256_cmpgt_epi32(zero, c1), _mm256_and_si256(_mm256_cmpeq_epi32(c1, zero), _mm256_cmpgt_epi32(zero, c2)));
         crossings += __builtin_popcount(static_cast<unsigned>(_mm256_movemask_ps(_mm256_castsi256_ps(cross))));
     }
     return crossings + portable::countCrossings(a, j, last, level);
@@ -461,11 +465,15 @@ bool haveAvx2() { return kAvx2; }
 
 namespace avx2 {
 int64_t nextTurn(const int32_t* a, int64_t from, int64_t stop) { return portable::nextTurn(a, from, stop); }
-void trailingMeans(const int32_t* a, int from, int n, int w, int32_t* out) { portable::trailingMeans(a, from, n, w, out); }
+void trailingMeans(const int32_t* a, int from, int n, int w, int32_t* out) {
+    portable::trailingMeans(a, from, n, w, out);
+}
 int countCrossings(const int32_t* a, int64_t from, int64_t last, int32_t level) {
     return portable::countCrossings(a, from, last, level);
 }
-void replaceSorted(int32_t* sorted, int32_t leaving, int32_t entering) { portable::replaceSorted(sorted, leaving, entering); }
+void replaceSorted(int32_t* sorted, int32_t leaving, int32_t entering) {
+    portable::replaceSorted(sorted, leaving, entering);
+}
 bool slideWindow(int32_t* window, int32_t* sorted, const int32_t* ring, int n, int slot) {
     return portable::slideWindow(window, sorted, ring, n, slot);
 }
@@ -486,11 +494,15 @@ bool haveAvx2() { return false; }
 #endif
 
 int64_t nextTurn(const int32_t* a, int64_t from, int64_t stop) { return RTM_PICK(nextTurn(a, from, stop)); }
-void trailingMeans(const int32_t* a, int from, int n, int w, int32_t* out) { RTM_PICK(trailingMeans(a, from, n, w, out)); }
+void trailingMeans(const int32_t* a, int from, int n, int w, int32_t* out) {
+    RTM_PICK(trailingMeans(a, from, n, w, out));
+}
 int countCrossings(const int32_t* a, int64_t from, int64_t last, int32_t level) {
     return RTM_PICK(countCrossings(a, from, last, level));
 }
-void replaceSorted(int32_t* sorted, int32_t leaving, int32_t entering) { RTM_PICK(replaceSorted(sorted, leaving, entering)); }
+void replaceSorted(int32_t* sorted, int32_t leaving, int32_t entering) {
+    RTM_PICK(replaceSorted(sorted, leaving, entering));
+}
 bool slideWindow(int32_t* window, int32_t* sorted, const int32_t* ring, int n, int slot) {
     return RTM_PICK(slideWindow(window, sorted, ring, n, slot));
 }

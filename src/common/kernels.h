@@ -54,16 +54,16 @@ void butterflyStage(float* re, float* im, int n, int h, const float* wre, const 
 
 // The versions themselves, for the test that holds them to each other.
 bool haveAvx2();
-#define RTM_KERNEL_VERSION_DECLARATIONS                                                          \
-    void trailingMeans(const int32_t* a, int from, int n, int w, int32_t* out);                   \
-    int countCrossings(const int32_t* a, int64_t from, int64_t last, int32_t level);              \
-    void replaceSorted(int32_t* sorted, int32_t leaving, int32_t entering);                       \
-    bool slideWindow(int32_t* window, int32_t* sorted, const int32_t* ring, int n, int slot);     \
-    int64_t nextTurn(const int32_t* a, int64_t from, int64_t stop);                               \
-    RangeStats rangeStats(const int32_t* a, int n);                                                 \
-    uint32_t sumSquares(const int32_t* a, int n, int32_t offset);                                 \
-    uint32_t dot(const int32_t* a, const uint32_t* b, int n);                                     \
-    bool contains(const int32_t* a, int n, int32_t v);                                            \
+#define RTM_KERNEL_VERSION_DECLARATIONS                                                       \
+    void trailingMeans(const int32_t* a, int from, int n, int w, int32_t* out);               \
+    int countCrossings(const int32_t* a, int64_t from, int64_t last, int32_t level);          \
+    void replaceSorted(int32_t* sorted, int32_t leaving, int32_t entering);                   \
+    bool slideWindow(int32_t* window, int32_t* sorted, const int32_t* ring, int n, int slot); \
+    int64_t nextTurn(const int32_t* a, int64_t from, int64_t stop);                           \
+    RangeStats rangeStats(const int32_t* a, int n);                                           \
+    uint32_t sumSquares(const int32_t* a, int n, int32_t offset);                             \
+    uint32_t dot(const int32_t* a, const uint32_t* b, int n);                                 \
+    bool contains(const int32_t* a, int n, int32_t v);                                        \
     void butterflyStage(float* re, float* im, int n, int h, const float* wre, const float* wim);
 namespace portable {
 RTM_KERNEL_VERSION_DECLARATIONS

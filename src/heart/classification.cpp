@@ -12,15 +12,15 @@
 #include "heart/ring.h"
 #include "rtmonitor/CBeatMeasure.h"
 
-using rtm::heart::kBeatSlots;
-using rtm::heart::leadRow;
-using rtm::heart::ringAt;
-using rtm::heart::slotAt;
 using rtm::truncDiv32;
 using rtm::wrapAbs32;
 using rtm::wrapAdd32;
 using rtm::wrapMul32;
 using rtm::wrapSub32;
+using rtm::heart::kBeatSlots;
+using rtm::heart::leadRow;
+using rtm::heart::ringAt;
+using rtm::heart::slotAt;
 
 namespace {
 
@@ -34,7 +34,7 @@ constexpr int kReferenceIntervals = 8;
 constexpr int kAmplitudeHalfSpan = 150;
 constexpr int kMaxBeatAmplitude = 4999;
 constexpr int kEarlyBeatPercent = 20;
-constexpr int kEarlyRate = 79;      // beats per minute
+constexpr int kEarlyRate = 79;  // beats per minute
 constexpr int kWideQrsMs = 120;
 
 }  // namespace
@@ -144,14 +144,10 @@ int CBeatMeasure::GetBeatType(int i) {
     if (static_cast<double>(wrapAbs32(amplitude)) <= 0.5 * static_cast<double>(r)) return 4;
 
     switch (prev.nBeatType) {
-        case 3:
-            return t == 2 ? 1 : t;
-        case 2:
-            return wide ? 2 : t;
-        case 4:
-            return (t == 2 || t == 3) ? 4 : t;
-        default:
-            return t;
+        case 3: return t == 2 ? 1 : t;
+        case 2: return wide ? 2 : t;
+        case 4: return (t == 2 || t == 3) ? 4 : t;
+        default: return t;
     }
 }
 

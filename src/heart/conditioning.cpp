@@ -13,11 +13,11 @@
 #include "heart/ring.h"
 #include "rtmonitor/CBeatMeasure.h"
 
-using rtm::heart::kDisplayOffset;
 using rtm::truncDiv32;
 using rtm::wrapAdd32;
 using rtm::wrapMul32;
 using rtm::wrapSub32;
+using rtm::heart::kDisplayOffset;
 
 namespace {
 
@@ -32,9 +32,9 @@ constexpr int kWarmupDone = 400;
 // Low-pass taps by lag from the newest sample; symmetric about lag 14, sum 10615 (gain 1.0615
 // at zero frequency), 14 samples (70 ms) of delay. Divided by 10000.
 constexpr int kLowPassTaps = CBeatMeasure::kLowPassTaps;
-static constexpr int kLowPassCoefficients[kLowPassTaps] = {
-    -112, 173,  269, -136, 74,    183,  -314, 184, 214, -579, 503, 242, -1466, 2613, 6919,
-    2613, -1466, 242, 503,  -579, 214,  184,  -314, 183, 74,   -136, 269, 173,  -112};
+static constexpr int kLowPassCoefficients[kLowPassTaps] = {-112, 173, 269,   -136, 74,   183,  -314,  184, 214, -579,
+                                                           503,  242, -1466, 2613, 6919, 2613, -1466, 242, 503, -579,
+                                                           214,  184, -314,  183,  74,   -136, 269,   173, -112};
 constexpr int kLowPassDivisor = 10000;
 
 // The coefficients laid out so that one contiguous slice lines up with the ring as stored:

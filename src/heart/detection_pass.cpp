@@ -69,8 +69,8 @@ bool learnFirstThresholds(CBeatMeasure& m, bool settlingShort, bool settlingLong
 void learnThresholdsOnSecond(CBeatMeasure& m) {
     const bool settlingShort = inRange(m.nSettleCount, 1, 5);
     const bool settlingLong = inRange(m.nSettleCount, 1, 7);
-    const bool early = m.nThresholdReady == 0 ? learnFirstThresholds(m, settlingShort, settlingLong)
-                                              : m.nCallCount <= kStartupCalls;
+    const bool early =
+        m.nThresholdReady == 0 ? learnFirstThresholds(m, settlingShort, settlingLong) : m.nCallCount <= kStartupCalls;
     if (early && !settlingLong && m.nSecondsCount > 4) learnFromLastSeconds(m, 5);
 
     if (m.nSecondsCount % 10 == 0 && (m.nSettleCount == 0 || m.nSettleCount > 13)) {
@@ -130,8 +130,8 @@ int conditionPacket(CBeatMeasure& m, int channel, const int* samples, int count,
         if (waveOut != nullptr) waveOut[i] = display;
 
         const int low = m.LowFilterHeart(wrapSub32(display, kDisplayOffset));
-        const int s = floatToIntX86(static_cast<double>(static_cast<float>(low)) * 1000.0 /
-                                    static_cast<double>(m.fSignalGain));
+        const int s =
+            floatToIntX86(static_cast<double>(static_cast<float>(low)) * 1000.0 / static_cast<double>(m.fSignalGain));
         filtered[pos] = s;
         absolute[pos] = wrapAbs32(s);
         m.Convexpointoperator(0);

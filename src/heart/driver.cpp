@@ -49,9 +49,8 @@ bool analysisRuns(CBeatMeasure& m, int amplitude) {
 
 }  // namespace
 
-void CBeatMeasure::ProcessingHeart(int nChannel, int nPacketNo, int nMode, int* pSamples,
-                                   int nDefaultRate, int* pWaveOut, int* pHeartRate,
-                                   int* pReserved, int* pQuality) {
+void CBeatMeasure::ProcessingHeart(int nChannel, int nPacketNo, int nMode, int* pSamples, int nDefaultRate,
+                                   int* pWaveOut, int* pHeartRate, int* pReserved, int* pQuality) {
     int rate = 0;
     if (nMode == 1) {
         EcgAnalysisInit(nChannel);
@@ -77,8 +76,7 @@ void CBeatMeasure::ProcessingHeart(int nChannel, int nPacketNo, int nMode, int* 
     nLastPacketNo = nPacketNo;
 }
 
-int CBeatMeasure::GetHeartRate(int nChannel, int, int* pSamples, int nCount, int* pWaveOut,
-                               int* pQuality) {
+int CBeatMeasure::GetHeartRate(int nChannel, int, int* pSamples, int nCount, int* pWaveOut, int* pQuality) {
     nCallCount = rtm::wrapAdd32(nCallCount, 1);
     if (nCount < 1 || nCount > kMaxPacketSamples || pSamples == nullptr) return 0;
 

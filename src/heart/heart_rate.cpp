@@ -14,9 +14,9 @@ namespace rtm {
 namespace heart {
 namespace {
 
-constexpr int kMinCountedRR = 40;       // RR intervals below 40 samples (200 ms) are not counted
-constexpr int kRelearnAfterPackets = 5; // packets without a beat before the thresholds relearn
-constexpr int kRestartAfterPackets = 9; // ... and before the search restarts
+constexpr int kMinCountedRR = 40;        // RR intervals below 40 samples (200 ms) are not counted
+constexpr int kRelearnAfterPackets = 5;  // packets without a beat before the thresholds relearn
+constexpr int kRestartAfterPackets = 9;  // ... and before the search restarts
 
 int clampRate(int r) {
     if (r > 0) r = std::min(300, std::max(30, r));

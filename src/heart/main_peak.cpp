@@ -74,8 +74,8 @@ bool trackCandidate(CBeatMeasure& m, int lead, int p) {
 // Armed -> passed: the convex signal is at a local minimum below 30 % of the armed peak.
 void testFall(CBeatMeasure& m, int lead, int p) {
     const int* c = m.nConvexRing[lead];
-    if (static_cast<double>(c[ringAt(m.nQrsPeakPos)]) * 0.3 > static_cast<double>(c[p]) &&
-        c[p] <= c[ringAt(p, -1)] && c[p] <= c[ringAt(p, 1)]) {
+    if (static_cast<double>(c[ringAt(m.nQrsPeakPos)]) * 0.3 > static_cast<double>(c[p]) && c[p] <= c[ringAt(p, -1)] &&
+        c[p] <= c[ringAt(p, 1)]) {
         m.bQrsPassed = 1;
         m.bQrsArmed = 0;
     }

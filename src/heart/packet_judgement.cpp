@@ -13,9 +13,9 @@ namespace rtm {
 namespace heart {
 namespace {
 
-constexpr int kOverRangeCounts = 950;    // packet peak-to-peak above this is over range
-constexpr int kLargePacketsAccepted = 6; // this many large packets in a row become the new normal
-constexpr int kHoldPackets = 5;          // held packets after which detection resumes anyway
+constexpr int kOverRangeCounts = 950;     // packet peak-to-peak above this is over range
+constexpr int kLargePacketsAccepted = 6;  // this many large packets in a row become the new normal
+constexpr int kHoldPackets = 5;           // held packets after which detection resumes anyway
 
 // Typical amplitude: mean of the positive values among the 3rd..8th smallest of the last ten.
 int typicalAmplitude(const CBeatMeasure& m) {

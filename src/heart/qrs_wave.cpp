@@ -24,8 +24,7 @@ constexpr int kMissedBeatGuard = 15;  // samples kept clear of both peaks in the
 
 }  // namespace
 
-void CBeatMeasure::LocateMainPeakUnderRawWave(int lead, int* ring, int pos, int len, int& peak,
-                                              int& height) {
+void CBeatMeasure::LocateMainPeakUnderRawWave(int lead, int* ring, int pos, int len, int& peak, int& height) {
     (void)lead;
     if (ring == nullptr || len < 1) {
         peak = pos;
@@ -168,19 +167,18 @@ int CBeatMeasure::SaveQRSWave(int lead, int pos, int slot) {
     int posC = from;
     bool foundA = false;
     bool foundC = false;
-    const int ampA = lngFindLocalMaxLocation_reverse(
-        nAbsRing[row], nFilteredRing[row], from, to, kRingLength,
-        rtm::floatToIntX86(0.6 * static_cast<double>(heightThr)), posA, foundA, true);
-    lngFindLocalMaxLocation_reverse(
-        nConvexRing[row], nConvexRing[row], from, to, kRingLength,
-        rtm::floatToIntX86(0.5 * static_cast<double>(nRPeakThreshold[row])), posC, foundC, false);
+    const int ampA =
+        lngFindLocalMaxLocation_reverse(nAbsRing[row], nFilteredRing[row], from, to, kRingLength,
+                                        rtm::floatToIntX86(0.6 * static_cast<double>(heightThr)), posA, foundA, true);
+    lngFindLocalMaxLocation_reverse(nConvexRing[row], nConvexRing[row], from, to, kRingLength,
+                                    rtm::floatToIntX86(0.5 * static_cast<double>(nRPeakThreshold[row])), posC, foundC,
+                                    false);
     int gap = std::abs(posA - posC);
     if (gap > 3000) gap = kRingLength - gap;
 
     auto distBack = [pos](int x) { return rtm::heart::ringDistance(x, pos); };
     const bool plausible = 0.6 * static_cast<double>(heightThr) < static_cast<double>(ampA) &&
-                           static_cast<double>(ampA) < 3.0 * static_cast<double>(heightThr) &&
-                           foundA && foundC;
+                           static_cast<double>(ampA) < 3.0 * static_cast<double>(heightThr) && foundA && foundC;
     auto intervalByGap = [&]() {
         if (gap == 0) return distBack(posA);
         if (gap <= 10) return distBack(prev);

@@ -46,8 +46,8 @@ int CBeatMeasure::lngFindLocalMinLocation(int* ring, int from, int to, int len, 
     return firstExtreme(ring, from, to, len, pos, [](int v, int best) { return v < best; });
 }
 
-int CBeatMeasure::lngFindLocalMaxLocation_reverse(int* ring, int* shape, int from, int to, int,
-                                                  int threshold, int& pos, bool& found, bool flag) {
+int CBeatMeasure::lngFindLocalMaxLocation_reverse(int* ring, int* shape, int from, int to, int, int threshold, int& pos,
+                                                  bool& found, bool flag) {
     pos = from;
     found = false;
     if (from < to || ring == nullptr || shape == nullptr) return threshold;

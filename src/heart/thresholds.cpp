@@ -1,6 +1,6 @@
-// Detection thresholds: the convex (sharpness) operator and the learners that set the energy, convex-peak and absolute-height thresholds from the maxima of the last seconds.
-// Rings hold 4000 samples (20 s at 200 samples/s); positions wrap modulo 4000. Thresholds are in
-// the units of the ring they apply to (scaled filtered counts).
+// Detection thresholds: the convex (sharpness) operator and the learners that set the energy, convex-peak and
+// absolute-height thresholds from the maxima of the last seconds. Rings hold 4000 samples (20 s at 200 samples/s);
+// positions wrap modulo 4000. Thresholds are in the units of the ring they apply to (scaled filtered counts).
 #include <algorithm>
 #include <array>
 
@@ -8,14 +8,14 @@
 #include "heart/ring.h"
 #include "rtmonitor/CBeatMeasure.h"
 
-using rtm::heart::kRingLength;
-using rtm::heart::kSamplesPerSecond;
-using rtm::heart::leadRow;
-using rtm::heart::ringAt;
 using rtm::truncDiv32;
 using rtm::wrapAdd32;
 using rtm::wrapMul32;
 using rtm::wrapSub32;
+using rtm::heart::kRingLength;
+using rtm::heart::kSamplesPerSecond;
+using rtm::heart::leadRow;
+using rtm::heart::ringAt;
 
 namespace {
 
@@ -45,15 +45,13 @@ namespace {
 // The maxima of the n whole seconds before write position P, newest second first. The span of
 // second k starts at P + 3 - k * rate, with a single +4000 correction as the learners have always
 // applied it; the search itself wraps every position.
-int secondMaxima(CBeatMeasure& beat, int* ring, int writePos, int seconds,
-                 std::array<int, kMaxSeconds>& maxima) {
+int secondMaxima(CBeatMeasure& beat, int* ring, int writePos, int seconds, std::array<int, kMaxSeconds>& maxima) {
     const int n = std::min(seconds, kMaxSeconds);
     for (int k = 1; k <= n; ++k) {
         int start = wrapSub32(wrapAdd32(writePos, 3), wrapMul32(k, beat.nSampleRate));
         if (start < 0) start = wrapAdd32(start, kRingLength);
         int pos = 0;
-        maxima[k - 1] = beat.lngFindLocalMaxLocation(ring, start, wrapAdd32(start, beat.nSampleRate),
-                                                     kRingLength, pos);
+        maxima[k - 1] = beat.lngFindLocalMaxLocation(ring, start, wrapAdd32(start, beat.nSampleRate), kRingLength, pos);
     }
     return n < 0 ? 0 : n;
 }

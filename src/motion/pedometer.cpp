@@ -11,8 +11,7 @@ namespace {
 constexpr int kBaseSlots = 100;
 constexpr int kLowPassTaps = 12;
 // Symmetric; only the first half is read. Sum 34120, so the DC gain is 34120/32768.
-constexpr int64_t CoefLP[kLowPassTaps] = {192, 787, 1888, 3412, 4915, 5866,
-                                          5866, 4915, 3412, 1888, 787, 192};
+constexpr int64_t CoefLP[kLowPassTaps] = {192, 787, 1888, 3412, 4915, 5866, 5866, 4915, 3412, 1888, 787, 192};
 
 // For each write position p, the slots of the samples k and 11 - k steps back (k = 0..5).
 struct PairSlots {

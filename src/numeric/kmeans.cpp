@@ -24,12 +24,7 @@ void copySample(const double* data, int32_t n, int32_t index, int dimNum, double
 }  // namespace
 
 KMeans::KMeans(int dimensions, int clusters)
-    : dimNum(dimensions),
-      clusterNum(clusters),
-      means(nullptr),
-      initMode(InitRandom),
-      iterLimit(100),
-      stopRatio(0.001) {
+    : dimNum(dimensions), clusterNum(clusters), means(nullptr), initMode(InitRandom), iterLimit(100), stopRatio(0.001) {
     // A negative count throws std::bad_array_new_length here; free what was made before it.
     means = new double*[clusterNum];
     int made = 0;

@@ -15,9 +15,7 @@ namespace {
 
 constexpr std::streamoff kSampleFileHeaderBytes = 8;
 
-std::streamsize sampleBytes(int dimNum) {
-    return dimNum > 0 ? static_cast<std::streamsize>(dimNum) * 8 : 0;
-}
+std::streamsize sampleBytes(int dimNum) { return dimNum > 0 ? static_cast<std::streamsize>(dimNum) * 8 : 0; }
 
 // Reads sample `index` straight into `mean`: a failed seek (negative offset, or the stream
 // already failed) or a short read leaves the bytes not delivered as they were.

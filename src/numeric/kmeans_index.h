@@ -18,9 +18,7 @@ inline int32_t kmeansRandomIndex(int32_t i, int32_t size, int32_t r) {
 }
 
 // Uniform pick for cluster i: i*N/K, the product in 32 bits.
-inline int32_t kmeansUniformIndex(int32_t i, int32_t n, int32_t k) {
-    return truncDiv32(wrapMul32(i, n), k);
-}
+inline int32_t kmeansUniformIndex(int32_t i, int32_t n, int32_t k) { return truncDiv32(wrapMul32(i, n), k); }
 
 // Byte offset of sample `index` in a sample file: 8 + index*dimNum*8, with index*dimNum an int
 // product as the index itself is.

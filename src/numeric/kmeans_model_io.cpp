@@ -84,8 +84,7 @@ std::string quoted(const std::vector<std::string>& words) {
 
 class ModelReader {
 public:
-    ModelReader(std::istream& in, int dimNum, int clusterNum)
-        : lines_(in), dimNum_(dimNum), clusterNum_(clusterNum) {}
+    ModelReader(std::istream& in, int dimNum, int clusterNum) : lines_(in), dimNum_(dimNum), clusterNum_(clusterNum) {}
 
     // On success the means, cluster after cluster, are in values().
     bool read() {
@@ -94,8 +93,7 @@ public:
         int dim = 0;
         if (!expectCount(words, "<DimNum>", "</DimNum>", "dimension", &dim)) return false;
         if (dim != dimNum_) {
-            return fail("dimension " + std::to_string(dim) + " does not match the model's " +
-                        std::to_string(dimNum_));
+            return fail("dimension " + std::to_string(dim) + " does not match the model's " + std::to_string(dimNum_));
         }
         int clusters = 0;
         if (!expectCount(words, "<ClusterNum>", "</CluterNum>", "cluster count", &clusters)) {
@@ -140,8 +138,8 @@ private:
     }
 
     // A line "<open> count </close>".
-    bool expectCount(std::vector<std::string>& words, const char* open, const char* close,
-                     const char* what, int* count) {
+    bool expectCount(std::vector<std::string>& words, const char* open, const char* close, const char* what,
+                     int* count) {
         if (!lines_.next(words)) return fail(std::string("the stream ends before ") + open);
         const std::string expected = std::string(open) + " <" + what + "> " + close;
         if (words.size() != 3 || words[0] != open || words[2] != close) {

@@ -16,7 +16,6 @@ void resetDeviceRecord(UserDataStruct& record, int id);
 void analyseFrame(UserDataStruct& record, ParamsIn& frame, ParamsOut* out);
 
 // The movement stage on one device's activity filter: n samples per axis -> n levels 1..1023.
-void movementStage(CPedometerPro& filter, const int* x, const int* y, const int* z, int* movement,
-                   int n);
+void movementStage(CPedometerPro& filter, const int* x, const int* y, const int* z, int* movement, int n);
 
 }  // namespace rtm

@@ -33,15 +33,13 @@ bool GeneralTimeTime::DataSugnal(int* in, int* out, int n, double scale, double 
 bool GeneralTimeTime::GetMovementData(int id, int, int* x, int* y, int* z, int* movement, int n) {
     const int index = GetDataStructIndex(id);
     if (index == -1 || n <= 0) return false;
-    rtm::movementStage(m_vecUserData[static_cast<std::size_t>(index)]->cPedometerPro, x, y, z,
-                       movement, n);
+    rtm::movementStage(m_vecUserData[static_cast<std::size_t>(index)]->cPedometerPro, x, y, z, movement, n);
     return true;
 }
 
 namespace rtm {
 
-void movementStage(CPedometerPro& filter, const int* x, const int* y, const int* z, int* movement,
-                   int n) {
+void movementStage(CPedometerPro& filter, const int* x, const int* y, const int* z, int* movement, int n) {
     if (n <= 0) return;
     // A frame's 25 samples fit the stack; longer calls fall back to the heap.
     int onStack[kStackSamples];

@@ -30,22 +30,18 @@ void analyseFrame(UserDataStruct& record, ParamsIn& frame, ParamsOut* out) {
     const int id = record.nDeviceId;
 
     out->nPosture = 0;
-    out->nPosture = record.cPosture.getPosture(frame.nAccX, frame.nAccY, frame.nAccZ,
-                                               kAxisSamplesPerFrame);
+    out->nPosture = record.cPosture.getPosture(frame.nAccX, frame.nAccY, frame.nAccZ, kAxisSamplesPerFrame);
 
-    movementStage(record.cPedometerPro, frame.nAccX, frame.nAccY, frame.nAccZ, out->nMovement,
-                  kAxisSamplesPerFrame);
+    movementStage(record.cPedometerPro, frame.nAccX, frame.nAccY, frame.nAccZ, out->nMovement, kAxisSamplesPerFrame);
 
     // Channel 0 goes first although it lies after channel 1 in the frame.
-    record.cBreathPro.ProcessingBreath(id, frame.nBreathChan0, frame.nBreathChan1,
-                                       BREATH_SAMPLE_RATE, out->nBreathDisplay0,
-                                       out->nBreathDisplay1, &out->nBreathRate,
+    record.cBreathPro.ProcessingBreath(id, frame.nBreathChan0, frame.nBreathChan1, BREATH_SAMPLE_RATE,
+                                       out->nBreathDisplay0, out->nBreathDisplay1, &out->nBreathRate,
                                        &out->nBreathState);
 
     out->nHeartRate = 0;
-    record.cBeatMeasure.ProcessingHeart(id, frame.nFrameSeq, frame.nHeartMode, frame.nHeartData,
-                                        kHeartSamplesPerFrame, out->nHeartWave, &out->nHeartRate,
-                                        &out->nHeartReserved, &out->nHeartStatus);
+    record.cBeatMeasure.ProcessingHeart(id, frame.nFrameSeq, frame.nHeartMode, frame.nHeartData, kHeartSamplesPerFrame,
+                                        out->nHeartWave, &out->nHeartRate, &out->nHeartReserved, &out->nHeartStatus);
 }
 
 }  // namespace rtm
@@ -56,20 +52,20 @@ int GeneralTimeTime::GetPostureDet(int id, int, int* x, int* y, int* z, int n) {
     return m_vecUserData[static_cast<std::size_t>(index)]->cPosture.getPosture(x, y, z, n);
 }
 
-bool GeneralTimeTime::ProcessingBreath(int id, int* chan0, int* chan1, int n, int* display0,
-                                       int* display1, int* rate, int* state) {
+bool GeneralTimeTime::ProcessingBreath(int id, int* chan0, int* chan1, int n, int* display0, int* display1, int* rate,
+                                       int* state) {
     const int index = GetDataStructIndex(id);
     if (index == -1) return false;
-    m_vecUserData[static_cast<std::size_t>(index)]->cBreathPro.ProcessingBreath(
-        id, chan0, chan1, n, display0, display1, rate, state);
+    m_vecUserData[static_cast<std::size_t>(index)]->cBreathPro.ProcessingBreath(id, chan0, chan1, n, display0, display1,
+                                                                                rate, state);
     return true;
 }
 
-bool GeneralTimeTime::ProcessingHeart(int id, int seq, int mode, int* samples, int n, int* wave,
-                                      int* rate, int* reserved, int* status) {
+bool GeneralTimeTime::ProcessingHeart(int id, int seq, int mode, int* samples, int n, int* wave, int* rate,
+                                      int* reserved, int* status) {
     const int index = GetDataStructIndex(id);
     if (index == -1) return false;
-    m_vecUserData[static_cast<std::size_t>(index)]->cBeatMeasure.ProcessingHeart(
-        id, seq, mode, samples, n, wave, rate, reserved, status);
+    m_vecUserData[static_cast<std::size_t>(index)]->cBeatMeasure.ProcessingHeart(id, seq, mode, samples, n, wave, rate,
+                                                                                 reserved, status);
     return true;
 }

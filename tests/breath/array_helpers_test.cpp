@@ -37,7 +37,7 @@ TEST(BreathArrays, IntegerStatisticsAndWrappedEnergy) {
     int mx, mn, mean, sd, a[] = {-3, 0}, coarse[] = {0, 0, 0, 1}, e[50];
     b.DataMax_Min_Mean_std(a, 0, 2, &mx, &mn, &mean, &sd);
     EXPECT_TRUE(mx == 0 && mn == -3 && mean == -1 && sd == 2);  // sqrt((4 + 1) / 1)
-    EXPECT_EQ(b.Datastd(coarse, 0, 4), 0);  // 1 / 3 divides to 0 before the root
+    EXPECT_EQ(b.Datastd(coarse, 0, 4), 0);                      // 1 / 3 divides to 0 before the root
     for (int& v : e) v = 7100;  // 2520500000 wraps negative: NaN, "not zero and not above 50"
     EXPECT_TRUE(std::isnan(b.energysum(e, 50)));
     for (int& v : e) v = 6000;

@@ -44,7 +44,11 @@ TEST(BreathDriver, AnyWordsGiveBoundedOutputsAndRecover) {
         for (int second = 0, i = 0; second < 60; ++second) {
             int c[kBreathBlock];
             for (int k = 0; k < kBreathBlock; ++k, ++i) {
-                const int word[] = {0, 65535, INT_MIN, INT_MAX, (i & 1) ? INT_MIN : INT_MAX,
+                const int word[] = {0,
+                                    65535,
+                                    INT_MIN,
+                                    INT_MAX,
+                                    (i & 1) ? INT_MIN : INT_MAX,
                                     static_cast<int>(static_cast<uint32_t>(words.next()))};
                 c[k] = word[kind % 6];
             }

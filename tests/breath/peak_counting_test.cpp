@@ -19,8 +19,8 @@ std::pair<std::vector<int>, std::vector<int>> find(const std::vector<std::pair<i
     std::vector<int> d(static_cast<size_t>(pts.back().first) + 1), p(d.size()), t(d.size());
     for (size_t k = 0; k + 1 < pts.size(); ++k)
         for (int x = pts[k].first; x <= pts[k + 1].first; ++x)
-            d[x] = pts[k].second + (pts[k + 1].second - pts[k].second) * (x - pts[k].first) /
-                                       (pts[k + 1].first - pts[k].first);
+            d[x] = pts[k].second +
+                   (pts[k + 1].second - pts[k].second) * (x - pts[k].first) / (pts[k + 1].first - pts[k].first);
     int np = 0, nt = 0;
     b.FindPeakMinMax(d.data(), 0, static_cast<int>(d.size()), minDist, p.data(), t.data(), &np, &nt);
     return {std::vector<int>(p.begin(), p.begin() + np), std::vector<int>(t.begin(), t.begin() + nt)};

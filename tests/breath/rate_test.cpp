@@ -59,7 +59,8 @@ TEST(BreathRecording, FollowsTheReferenceRateOf03700181) {
         processSignal(in, &out);
         std::stringstream row(line);
         for (std::string& c : col) std::getline(row, c, ',');
-        if (col[5] == "1" && !col[2].empty()) ++compared, within2 += std::fabs(out.nBreathRate - std::stod(col[2])) <= 2.0;
+        if (col[5] == "1" && !col[2].empty())
+            ++compared, within2 += std::fabs(out.nBreathRate - std::stod(col[2])) <= 2.0;
     }
     freeDevice(in.nDeviceId);
     ASSERT_GT(compared, 500);

@@ -21,8 +21,8 @@
 
 #include "golden/golden_rows.h"
 #include "rtmonitor.h"
-#include "synth/vitals.h"
 #include "support/frames.h"
+#include "synth/vitals.h"
 
 namespace {
 
@@ -30,7 +30,9 @@ using rtm_golden::Row;
 using rtm_synth::DeviceRecording;
 using rtm_synth::Segment;
 
-std::string goldenPath(const std::string& name) { return std::string(RTM_SOURCE_DIR) + "/tests/golden/" + name + ".golden"; }
+std::string goldenPath(const std::string& name) {
+    return std::string(RTM_SOURCE_DIR) + "/tests/golden/" + name + ".golden";
+}
 
 // Compares (or, with RTM_GOLDEN_UPDATE=1, re-records) one stream's rows.
 void checkAgainstGolden(const std::string& name, const std::vector<Row>& actual) {
@@ -86,7 +88,8 @@ void setActivity(ParamsIn& f, int activity, int second, rtm_synth::Rng& rng) {
     for (int i = 0; i < 25; ++i) {
         const double t = second + i / 25.0;
         if (activity < 4) {
-            for (int a = 0; a < 3; ++a) (&f.nAccX[0] + 25 * a)[i] = kGravity[activity][a] + static_cast<int>(rng.next() % 3) - 1;
+            for (int a = 0; a < 3; ++a)
+                (&f.nAccX[0] + 25 * a)[i] = kGravity[activity][a] + static_cast<int>(rng.next() % 3) - 1;
         } else if (activity == 4) {
             f.nAccX[i] = 636 + static_cast<int>(70.0 * std::sin(rtm_synth::kTwoPi * 1.8 * t) + 20.0 * rng.gauss());
             f.nAccY[i] = 517 + static_cast<int>(30.0 * rng.gauss());
@@ -114,7 +117,7 @@ TEST(GoldenRecord, NormalWearerChangingPosture) {
 }
 
 TEST(GoldenRecord, DisturbedSensor) {
-    static const Segment kPlan[] = {Segment::Clean, Segment::Noisy, Segment::Clean, Segment::Flat,
+    static const Segment kPlan[] = {Segment::Clean, Segment::Noisy,     Segment::Clean, Segment::Flat,
                                     Segment::Clean, Segment::OverRange, Segment::Noisy, Segment::Dead};
     DeviceRecording rec(22, 2002, 95.0, 19.0);
     std::vector<ParamsIn> frames(kStreamFrames);
@@ -136,7 +139,8 @@ TEST(GoldenRecord, ExtremeWords) {
         if (kind == 1) {  // every word at one end of the range
             const int32_t v = (s % 2) ? INT32_MAX : INT32_MIN;
             for (int32_t& w : f.nHeartData) w = v;
-            for (int i = 0; i < 25; ++i) f.nBreathChan1[i] = f.nBreathChan0[i] = f.nAccX[i] = f.nAccY[i] = f.nAccZ[i] = v;
+            for (int i = 0; i < 25; ++i)
+                f.nBreathChan1[i] = f.nBreathChan0[i] = f.nAccX[i] = f.nAccY[i] = f.nAccZ[i] = v;
         } else if (kind == 3) {  // arbitrary words, id and numbering kept
             const int32_t seq = f.nFrameSeq;
             f = rtm_test::randomFrame(23, words);
@@ -180,10 +184,10 @@ TEST(GoldenRecord, SequenceGaps) {
     int32_t seq = 1000;
     for (int s = 0; s < kStreamFrames; ++s) {
         rec.fill(frames[s], Segment::Clean);
-        if (s % 53 == 17) seq += 4;           // frames lost on the link
-        else if (s % 71 == 30) seq -= 1;      // a repeated number
-        else if (s % 89 == 44) seq -= 20;     // numbering went backwards
-        else if (s == 300) seq = INT32_MAX;   // the counter wraps
+        if (s % 53 == 17) seq += 4;          // frames lost on the link
+        else if (s % 71 == 30) seq -= 1;     // a repeated number
+        else if (s % 89 == 44) seq -= 20;    // numbering went backwards
+        else if (s == 300) seq = INT32_MAX;  // the counter wraps
         frames[s].nFrameSeq = seq;
         seq = static_cast<int32_t>(static_cast<uint32_t>(seq) + 1u);  // wraps past INT32_MAX
         if (seq == INT32_MIN + 2) seq = 0;

@@ -45,7 +45,8 @@ inline Row summarise(const ParamsOut& out) {
     return r;
 }
 
-inline bool writeRows(const std::string& path, const std::string& name, const std::vector<Row>& rows, std::string& error) {
+inline bool writeRows(const std::string& path, const std::string& name, const std::vector<Row>& rows,
+                      std::string& error) {
     const std::string tmp = path + ".tmp";
     {
         std::ofstream f(tmp);
@@ -130,7 +131,7 @@ inline bool readRows(const std::string& path, std::vector<Row>& rows, std::strin
 // and how many frames moved per group.
 inline std::string describeDifference(const std::vector<Row>& expected, const std::vector<Row>& actual) {
     static const char* const kGroups[6] = {"heart rate/status", "heart wave", "breath displays",
-                                           "breath rate/state", "movement", "posture"};
+                                           "breath rate/state", "movement",   "posture"};
     auto scalars = [](int32_t a, int32_t b, int32_t c) {
         return std::to_string(a) + "/" + std::to_string(b) + "/" + std::to_string(c);
     };
@@ -151,7 +152,9 @@ inline std::string describeDifference(const std::vector<Row>& expected, const st
     };
     auto same = [](const Row& a, const Row& b, int g) {
         switch (g) {
-            case 0: return a.heartRate == b.heartRate && a.heartReserved == b.heartReserved && a.heartStatus == b.heartStatus;
+            case 0:
+                return a.heartRate == b.heartRate && a.heartReserved == b.heartReserved &&
+                       a.heartStatus == b.heartStatus;
             case 1: return a.wave == b.wave;
             case 2: return a.displays == b.displays;
             case 3: return a.breathRate == b.breathRate && a.breathState == b.breathState;

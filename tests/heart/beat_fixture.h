@@ -10,7 +10,9 @@
 
 namespace heart_test {
 
-struct BeatHolder { CBeatMeasure beat; };
+struct BeatHolder {
+    CBeatMeasure beat;
+};
 
 // Value-initialising the holder zero-fills the analyser before its constructor runs.
 inline std::unique_ptr<BeatHolder> makeAnalyser() {

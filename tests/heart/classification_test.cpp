@@ -47,7 +47,7 @@ TEST_F(HeartBeatType, RulesAtTheirBoundaries) {
     EXPECT_EQ(type(80, 120), 2) << "prem 20, comp 20, amplitude at the mean";
     EXPECT_EQ(type(81, 120), 1) << "prem 19";
     EXPECT_EQ(type(80, 120, 79), 1) << "rate 79 is not early";
-    b.nMainPeakAmplitude[10] = 2000;  // deviation 100: far
+    b.nMainPeakAmplitude[10] = 2000;       // deviation 100: far
     b.stCandidateRing[10].nQrsWidth = 24;  // 120 ms: wide
     EXPECT_EQ(type(80, 100), 3);
     b.nMainPeakAmplitude[10] = -500;
@@ -62,8 +62,8 @@ TEST_F(HeartBeatType, ReferenceIntervalCollectsEveryIntervalIncludingEmptyRecord
     for (int k = 0; k < 8; ++k) b.stCandidateRing[9 - k].nRRInterval = 100 - 10 * k;  // 100..30
     EXPECT_EQ(b.CountRRInterval(10), 80);
     for (auto& c : b.stCandidateRing) c.nRRInterval = -1;  // empty records
-    b.stCandidateRing[19].nRRInterval = 2000;  // far above the longest accepted interval
-    b.stCandidateRing[18].nRRInterval = 5;     // far below the shortest
+    b.stCandidateRing[19].nRRInterval = 2000;              // far above the longest accepted interval
+    b.stCandidateRing[18].nRRInterval = 5;                 // far below the shortest
     // Collected: 2000, 5 and six empty records: (5 - 1 - 1) / 3.
     EXPECT_EQ(b.CountRRInterval(0), 1);
 }

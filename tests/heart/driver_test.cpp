@@ -27,11 +27,11 @@ TEST(PacketNumbering, OnlyAJumpReportsThePreviousRate) {
     EXPECT_EQ(jump.rate, kSentinel);
     EXPECT_EQ(f.beat().nLastHeartRate, kSentinel);
     EXPECT_EQ(f.beat().nCallCount, 31);  // still analysed, after the input conditioning restarted
-    EXPECT_EQ(jump.wave[49], 512);  // the first 50 display samples of a restart
+    EXPECT_EQ(jump.wave[49], 512);       // the first 50 display samples of a restart
     for (int seq : {f.seq + 11, f.seq + 10, 0}) EXPECT_NEAR(reported(seq).rate, 75, 2) << seq;
     reported(INT_MAX);
-    EXPECT_EQ(reported(INT_MIN).rate, kSentinel);   // the difference is not taken in 32 bits
-    EXPECT_EQ(reported(1, INT_MIN).rate, 200);       // other modes: the default rate
+    EXPECT_EQ(reported(INT_MIN).rate, kSentinel);  // the difference is not taken in 32 bits
+    EXPECT_EQ(reported(1, INT_MIN).rate, 200);     // other modes: the default rate
 }
 
 // Over range: that packet is the first held one, the hold releases on the fifth normal packet
@@ -70,10 +70,12 @@ TEST(BadInput, NullSamplesAndCountsOutsideTheRangeGiveZero) {
     Feeder f;
     std::vector<int> big(3951, 0), wave(3951);
     int quality = -7;
-    for (int n : {0, 3951, INT_MIN, INT_MAX}) EXPECT_EQ(f.beat().GetHeartRate(0, 0, big.data(), n, wave.data(), &quality), 0);
+    for (int n : {0, 3951, INT_MIN, INT_MAX})
+        EXPECT_EQ(f.beat().GetHeartRate(0, 0, big.data(), n, wave.data(), &quality), 0);
     EXPECT_EQ(f.beat().GetHeartRate(0, 0, nullptr, 200, wave.data(), &quality), 0);
     EXPECT_EQ(quality, -7);  // left unwritten
-    for (size_t i = 0; i < big.size(); ++i) big[i] = i < 200 ? 500 + 100 * (i % 2) : i % 3 == 0 ? INT_MIN : i % 3 == 1 ? INT_MAX : 0;
+    for (size_t i = 0; i < big.size(); ++i)
+        big[i] = i < 200 ? 500 + 100 * (i % 2) : i % 3 == 0 ? INT_MIN : i % 3 == 1 ? INT_MAX : 0;
     // The longest packet, mostly INT_MIN and INT_MAX: defined under the sanitizers.
     EXPECT_GE(f.beat().GetHeartRate(0, 0, big.data(), 3950, wave.data(), &quality), 0);
 }
@@ -95,13 +97,17 @@ TEST_P(Recovery, NewRateIsFoundAfterALongDisturbedRun) {
         Packet p(200);
         for (size_t i = 0; i < p.size(); ++i) {
             const uint64_t draw = rng.next();
-            p[i] = kind == 4 ? (i % 3 == 0 ? INT_MIN : i % 3 == 1 ? INT_MAX : 0)
-                 : kind == 1 ? (i % 40 == 0 ? 1000 : 0) : lo[kind] + static_cast<int>(draw % static_cast<uint64_t>(span[kind]));
+            p[i] = kind == 4   ? (i % 3 == 0   ? INT_MIN
+                                  : i % 3 == 1 ? INT_MAX
+                                               : 0)
+                   : kind == 1 ? (i % 40 == 0 ? 1000 : 0)
+                               : lo[kind] + static_cast<int>(draw % static_cast<uint64_t>(span[kind]));
         }
         f.feed(p);
     }
     int inRow = 0, packets = 1;
-    for (; packets <= 120 && inRow < 5; ++packets) inRow = std::abs(f.feed(after.packet()).rate - 120) <= 3 ? inRow + 1 : 0;
+    for (; packets <= 120 && inRow < 5; ++packets)
+        inRow = std::abs(f.feed(after.packet()).rate - 120) <= 3 ? inRow + 1 : 0;
     RecordProperty("packets_to_recover", packets - 5);
     EXPECT_LE(packets - 5, 30);
 }

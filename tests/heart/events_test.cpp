@@ -11,7 +11,8 @@ namespace {
 
 int eventFor(const std::vector<int>& types) {
     heart_run::Feeder feeder;
-    for (size_t k = 0; k < types.size(); ++k) feeder.beat().stBeatRing[20 - types.size() + k] = {0, 0, 160, 10, 75, types[k], 0};
+    for (size_t k = 0; k < types.size(); ++k)
+        feeder.beat().stBeatRing[20 - types.size() + k] = {0, 0, 160, 10, 75, types[k], 0};
     return feeder.beat().GetEventType(19);
 }
 
@@ -24,7 +25,8 @@ TEST(RhythmEvents, PatternsFromTheBeatTypes) {
 TEST(RhythmEvents, FibrillationNeedsSixteenUsableBeats) {
     heart_run::Feeder feeder;
     CBeatMeasure& b = feeder.beat();
-    const int rr[20] = {100, 180, 120, 200, 110, 190, 130, 210, 100, 170, 125, 205, 105, 185, 140, 220, 115, 195, 100, 180};
+    const int rr[20] = {100, 180, 120, 200, 110, 190, 130, 210, 100, 170,
+                        125, 205, 105, 185, 140, 220, 115, 195, 100, 180};
     for (int s = 0; s < 20; ++s) b.stBeatRing[s] = {0, 0, rr[s], 10, 12000 / rr[s], 1, 0};
     EXPECT_EQ(b.GetEventType(19), 14);
     b.stBeatRing[19].nBeatType = 3;

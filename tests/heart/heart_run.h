@@ -36,7 +36,9 @@ inline Packet spiky(int height, int level = 512) {
     return p;
 }
 
-struct Output { int rate = -1, reserved = -1, quality = -1, wave[200] = {}; };
+struct Output {
+    int rate = -1, reserved = -1, quality = -1, wave[200] = {};
+};
 
 class Feeder {
 public:
@@ -56,7 +58,9 @@ public:
     int seq = 0;
 
 private:
-    struct Holder { CBeatMeasure beat; };
+    struct Holder {
+        CBeatMeasure beat;
+    };
     std::unique_ptr<Holder> holder_;  // value-initialised: zeroed before the constructor runs
 };
 

@@ -27,8 +27,8 @@ TEST(RingIndex, PositionsWrapAtBothEnds) {
 TEST(RingIndex, ExtremePositionsStayInTheRingWithoutOverflow) {
     // Summed in 64 bits: INT32_MIN - 1 is -2147483649, not a wrapped INT32_MAX.
     EXPECT_EQ(ringAt(kMin, -1), 351);  // -2147483649 = -536871 * 4000 + 351
-    EXPECT_EQ(ringAt(kMax, 1), 3648);   // 2147483648 = 536870 * 4000 + 3648
-    EXPECT_EQ(slotAt(kMin), 12);        // -2147483648 = -107374183 * 20 + 12
+    EXPECT_EQ(ringAt(kMax, 1), 3648);  // 2147483648 = 536870 * 4000 + 3648
+    EXPECT_EQ(slotAt(kMin), 12);       // -2147483648 = -107374183 * 20 + 12
     EXPECT_EQ(peakSlotAt(kMin), 2);
     EXPECT_EQ(wrapModulo(std::numeric_limits<int64_t>::min(), 7), 6);
 }

@@ -15,8 +15,11 @@ using HeartState = heart_test::BeatTest;
 
 namespace {
 
-struct Span { std::size_t off, len; };
-#define SPAN(m) Span{offsetof(CBeatMeasure, m), sizeof(CBeatMeasure::m)}
+struct Span {
+    std::size_t off, len;
+};
+#define SPAN(m) \
+    Span { offsetof(CBeatMeasure, m), sizeof(CBeatMeasure::m) }
 
 // Runs `reset` on an analyser full of 0x5A. Bytes inside `spans` must then hold the pattern
 // (spansKept) or the fresh value, all other bytes the other one.
@@ -25,8 +28,10 @@ void checkReset(void (*reset)(CBeatMeasure&), bool spansKept, std::initializer_l
     CBeatMeasure& d = dirty->beat;
     std::memset(static_cast<void*>(&d), 0x5A, sizeof d);
     // The padding after the two 8-bit flags keeps the zeros of value-initialisation.
-    std::memset(&d.nBeatRingStarted + 1, 0, reinterpret_cast<unsigned char*>(d.nFilteredRing) - (&d.nBeatRingStarted + 1));
-    std::memset(&d.nThresholdReady + 1, 0, reinterpret_cast<unsigned char*>(&d.nCandidateHead) - (&d.nThresholdReady + 1));
+    std::memset(&d.nBeatRingStarted + 1, 0,
+                reinterpret_cast<unsigned char*>(d.nFilteredRing) - (&d.nBeatRingStarted + 1));
+    std::memset(&d.nThresholdReady + 1, 0,
+                reinterpret_cast<unsigned char*>(&d.nCandidateHead) - (&d.nThresholdReady + 1));
     std::memcpy(static_cast<void*>(&after->beat), &d, sizeof d);
     reset(after->beat);
     auto at = [](const CBeatMeasure& m, std::size_t k) { return reinterpret_cast<const unsigned char*>(&m)[k]; };
@@ -45,15 +50,21 @@ TEST_F(HeartState, InitPresetsAndEachResetTouchesExactlyItsMembers) {
                               b.stCandidateRing[19].nPosition, b.nQrsWidthRing[2][19]),
               std::make_tuple(-1, 19, 40, 1, -1, -1));
     // The full reset ignores its settings and keeps only the words no routine writes.
-    checkReset([](CBeatMeasure& a) { a.Init(SettingParameter{-5, 0, 123456}); }, true,
-               {SPAN(nLargeWaveCount), SPAN(nUnusedWords), SPAN(stReinitSetting)});
+    checkReset(
+        [](CBeatMeasure& a) {
+            a.Init(SettingParameter{-5, 0, 123456});
+        },
+        true, {SPAN(nLargeWaveCount), SPAN(nUnusedWords), SPAN(stReinitSetting)});
     // The no-beat reset keeps rings, thresholds, beat history, filters and the last rate.
-    checkReset([](CBeatMeasure& a) { a.Init_NOBeat(SettingParameter{1, 2, 3}); }, false,
-               {SPAN(nThresholdReady), SPAN(nBeatAmplitude), SPAN(nRateHistoryPos), SPAN(nRateHistory),
-                SPAN(bQrsArmed), SPAN(bQrsPassed), SPAN(nQrsPeakPos), SPAN(nSinceLastPeak),
-                SPAN(nPeakPosRing), SPAN(nPeakPosRingPos), SPAN(nSampleInSecond), SPAN(nSecondsCount),
-                SPAN(nNoNewBeatCount), SPAN(nMeanHeartRate), SPAN(nFlatCount), SPAN(nLargeWaveFlag),
-                SPAN(nHoldCount), SPAN(nRefInterval), SPAN(nAnalysisMode)});
+    checkReset(
+        [](CBeatMeasure& a) {
+            a.Init_NOBeat(SettingParameter{1, 2, 3});
+        },
+        false,
+        {SPAN(nThresholdReady), SPAN(nBeatAmplitude), SPAN(nRateHistoryPos), SPAN(nRateHistory), SPAN(bQrsArmed),
+         SPAN(bQrsPassed), SPAN(nQrsPeakPos), SPAN(nSinceLastPeak), SPAN(nPeakPosRing), SPAN(nPeakPosRingPos),
+         SPAN(nSampleInSecond), SPAN(nSecondsCount), SPAN(nNoNewBeatCount), SPAN(nMeanHeartRate), SPAN(nFlatCount),
+         SPAN(nLargeWaveFlag), SPAN(nHoldCount), SPAN(nRefInterval), SPAN(nAnalysisMode)});
     // The conditioning reset leaves the low-pass history alone.
     checkReset([](CBeatMeasure& a) { a.HeartProInit(); }, false,
                {SPAN(nBaseSum), SPAN(nBaseCount), SPAN(nSmoothHist), SPAN(nWarmupCount), SPAN(nMedianRing),

@@ -33,8 +33,8 @@ TEST_F(HeartThresholds, ConvexAndRingSearchesWrapAt3999) {
 }
 
 TEST_F(HeartThresholds, LearnersCrossedGatedTrimmedAndFloored) {
-    b.nRingPos = 50;  // the spans of every second wrap below 0
-    placeSecondMaxima(b.nConvexRing[0], 50, {9000, 10, 10, 10, 1});  // mean 10 -> floor 100
+    b.nRingPos = 50;                                                  // the spans of every second wrap below 0
+    placeSecondMaxima(b.nConvexRing[0], 50, {9000, 10, 10, 10, 1});   // mean 10 -> floor 100
     placeSecondMaxima(b.nAbsRing[0], 50, {300, 200, 250, -5, 7000});  // 300, 200, 250 remain
     b.nSecondsCount = 4;
     EXPECT_FALSE(b.GetRHeightInitValue(5) || b.GetRPeakHeightInitValue(5)) << "fewer than five seconds";

@@ -71,7 +71,11 @@ TEST(KMeansCluster, StopRule) {
     // Twelve 1-D samples started at 0 and 10: the boundary creeps right and settles after pass
     // 8. With stopRatio 0.05 the passes read changed x3, unchanged x2, changed, unchanged, so
     // the third unchanged pass is pass 7; a count reset by pass 6 would run to pass 12.
-    struct Case { double ratio; int limit; double low, high; };
+    struct Case {
+        double ratio;
+        int limit;
+        double low, high;
+    };
     const Case cases[] = {
         {0.05, 100, 17.875, 44.75},
         {1e300, 100, 12.0, 34.25},   // passes 2, 3, 4 count; the first never does

@@ -33,7 +33,10 @@ TEST(KMeansModelText, ReaderRoundTripsTheWriter) {
 
 TEST(KMeansModelText, MalformedModelsAreRefusedAndChangeNothing) {
     const std::string head = "<KMeans>\n<DimNum> 2 </DimNum>\n<ClusterNum> 1 </CluterNum>\n<Mean>\n";
-    const struct { std::string text; const char* message; } cases[] = {
+    const struct {
+        std::string text;
+        const char* message;
+    } cases[] = {
         {"<Kmeans>\n", "expected <KMeans>"},
         {"<KMeans>\n<DimNum> 3 </DimNum>\n", "dimension 3 does not match"},
         {"<KMeans>\n<DimNum> 2.0 </DimNum>\n", "not a whole number"},

@@ -46,7 +46,8 @@ struct SlowActivity {
             f[2] = axis[2].feed(z);
         }
         uint64_t s = 0;
-        for (int32_t v : f) s += v < 0 ? 0ull - static_cast<uint64_t>(static_cast<int64_t>(v)) : static_cast<uint64_t>(v);
+        for (int32_t v : f)
+            s += v < 0 ? 0ull - static_cast<uint64_t>(static_cast<int64_t>(v)) : static_cast<uint64_t>(v);
         return static_cast<int>(s / 3);
     }
 };

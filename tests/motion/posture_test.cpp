@@ -49,11 +49,11 @@ TEST(Posture, ThresholdsAreInclusiveOrExclusiveAsDesigned) {
 }
 
 TEST(Posture, MovingFramesAreClassedByMagnitudeChange) {
-    EXPECT_EQ(classifyStep(640, 768), 7);    // exactly 1.0 g of change
+    EXPECT_EQ(classifyStep(640, 768), 7);  // exactly 1.0 g of change
     EXPECT_EQ(classifyStep(640, 767), 6);
-    EXPECT_EQ(classifyStep(640, 685), 6);    // 0.352 g
-    EXPECT_EQ(classifyStep(640, 684), 2);    // 0.344 g: quiet, lying on the back
-    EXPECT_EQ(classifyStep(512, 1280), 8);   // exactly 6.0 g
+    EXPECT_EQ(classifyStep(640, 685), 6);   // 0.352 g
+    EXPECT_EQ(classifyStep(640, 684), 2);   // 0.344 g: quiet, lying on the back
+    EXPECT_EQ(classifyStep(512, 1280), 8);  // exactly 6.0 g
     EXPECT_EQ(classifyStep(512, 1279), 7);
 }
 

@@ -60,7 +60,8 @@ TEST(Fft, EveryPathGivesTheBitsOfTheDefiningRecurrence) {
             FFT(got.data(), n, sign);
             referenceFft(want.data(), n, sign);
             for (int k = 0; k < n; ++k)
-                ASSERT_TRUE(sameBits(got[k].x, want[k].x) && sameBits(got[k].y, want[k].y)) << n << " " << sign << " " << k;
+                ASSERT_TRUE(sameBits(got[k].x, want[k].x) && sameBits(got[k].y, want[k].y))
+                    << n << " " << sign << " " << k;
         }
     }
     std::uniform_int_distribution<int> words(INT_MIN, INT_MAX), counts(28000, 32000);
@@ -75,7 +76,8 @@ TEST(Fft, EveryPathGivesTheBitsOfTheDefiningRecurrence) {
                 std::vector<float> re(n), im(n);
                 ASSERT_TRUE(rtm::fftRealPadded(in.data(), count, n, re.data(), im.data()));
                 for (int k = 0; k < n; ++k)
-                    ASSERT_TRUE(sameBits(re[k], want[k].x) && sameBits(im[k], want[k].y)) << n << " " << count << " " << k;
+                    ASSERT_TRUE(sameBits(re[k], want[k].x) && sameBits(im[k], want[k].y))
+                        << n << " " << count << " " << k;
             }
         }
     }

@@ -43,11 +43,13 @@ struct Version {
 
 std::vector<Version> versions() {
     std::vector<Version> v{{"four-lane", k::portable::rangeStats, k::portable::sumSquares, k::portable::dot,
-                            k::portable::contains, k::portable::nextTurn, k::portable::replaceSorted, k::portable::slideWindow, k::portable::trailingMeans, k::portable::countCrossings,
+                            k::portable::contains, k::portable::nextTurn, k::portable::replaceSorted,
+                            k::portable::slideWindow, k::portable::trailingMeans, k::portable::countCrossings,
                             k::portable::butterflyStage}};
     if (k::haveAvx2())
         v.push_back({"avx2", k::avx2::rangeStats, k::avx2::sumSquares, k::avx2::dot, k::avx2::contains,
-                     k::avx2::nextTurn, k::avx2::replaceSorted, k::avx2::slideWindow, k::avx2::trailingMeans, k::avx2::countCrossings, k::avx2::butterflyStage});
+                     k::avx2::nextTurn, k::avx2::replaceSorted, k::avx2::slideWindow, k::avx2::trailingMeans,
+                     k::avx2::countCrossings, k::avx2::butterflyStage});
     return v;
 }
 
@@ -84,8 +86,10 @@ TEST(Kernels, IntegerKernelsEqualTheElementLoops) {
                     int want = 0;
                     for (int j = from; j < n; ++j) {
                         const uint32_t d0 = static_cast<uint32_t>(a[j]) - static_cast<uint32_t>(level);
-                        const auto c1 = static_cast<int32_t>(d0 * (static_cast<uint32_t>(a[j + 1]) - static_cast<uint32_t>(level)));
-                        const auto c2 = static_cast<int32_t>(d0 * (static_cast<uint32_t>(a[j + 2]) - static_cast<uint32_t>(level)));
+                        const auto c1 =
+                            static_cast<int32_t>(d0 * (static_cast<uint32_t>(a[j + 1]) - static_cast<uint32_t>(level)));
+                        const auto c2 =
+                            static_cast<int32_t>(d0 * (static_cast<uint32_t>(a[j + 2]) - static_cast<uint32_t>(level)));
                         want += c1 < 0 || (c1 == 0 && c2 < 0);
                     }
                     EXPECT_EQ(ver.countCrossings(a.data(), from, n - 1, level), want) << ver.name << " n " << n;
@@ -94,7 +98,8 @@ TEST(Kernels, IntegerKernelsEqualTheElementLoops) {
                 for (int from = 1; from < n; ++from) {
                     int64_t want = n;
                     for (int i = from; i < n; ++i) {
-                        const bool turn = (a[i] > a[i - 1] && a[i] >= a[i + 1]) || (a[i] < a[i - 1] && a[i] <= a[i + 1]);
+                        const bool turn =
+                            (a[i] > a[i - 1] && a[i] >= a[i + 1]) || (a[i] < a[i - 1] && a[i] <= a[i + 1]);
                         if (turn) {
                             want = i;
                             break;
@@ -243,7 +248,8 @@ TEST(Kernels, TrailingMeanDividesLikeTheHardware) {
         for (const Version& ver : versions()) {
             std::vector<int> steady(300, 0);
             ver.trailingMeans(a.data(), w - 1, 300, w, steady.data());
-            EXPECT_TRUE(std::equal(steady.begin() + (w - 1), steady.end(), want.begin() + (w - 1))) << ver.name << " width " << w;
+            EXPECT_TRUE(std::equal(steady.begin() + (w - 1), steady.end(), want.begin() + (w - 1)))
+                << ver.name << " width " << w;
         }
     }
 }

@@ -60,7 +60,7 @@ TEST(Pipeline, UnknownDeviceIsAnalysedWithAFreshState) {
     std::memset(&out, 0x5a, sizeof out);
     EXPECT_EQ(processSignal(in, &out), 1);
     EXPECT_EQ(out.nPosture, 2);
-    EXPECT_EQ(out.nHeartRate, 0);  // a restart reports no rate
+    EXPECT_EQ(out.nHeartRate, 0);                 // a restart reports no rate
     for (int m : out.nMovement) EXPECT_EQ(m, 1);  // a device at rest
     freeDevice(4711);
 }

@@ -40,8 +40,8 @@ ParamsIn syntheticFrame(DeviceRecording& rec, int second, rtm_synth::Rng& rng) {
         }
     }
     if (minute == 7 && second % 60 == 30) in.nFrameSeq += 5;  // a gap in the numbering
-    if (second % 60 == 0 && minute == 1) in.nHeartMode = 1;     // host restarts the heart analysis
-    if (minute == 0 && second % 60 == 45) {  // a corrupted frame from the radio link
+    if (second % 60 == 0 && minute == 1) in.nHeartMode = 1;   // host restarts the heart analysis
+    if (minute == 0 && second % 60 == 45) {                   // a corrupted frame from the radio link
         std::mt19937 words(static_cast<unsigned>(second));
         in = rtm_test::randomFrame(id, words);
     }

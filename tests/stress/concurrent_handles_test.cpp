@@ -20,7 +20,8 @@ constexpr int kHandlesPerThread = 3;
 constexpr int kFrames = 120;
 
 std::vector<ParamsIn> handleScript(uint64_t seed) {
-    rtm_synth::DeviceRecording rec(0, seed, 50.0 + static_cast<double>(seed % 90), 10.0 + static_cast<double>(seed % 10));
+    rtm_synth::DeviceRecording rec(0, seed, 50.0 + static_cast<double>(seed % 90),
+                                   10.0 + static_cast<double>(seed % 10));
     std::vector<ParamsIn> frames(kFrames);
     for (int k = 0; k < kFrames; ++k) {
         const int phase = static_cast<int>((static_cast<uint64_t>(k) + seed) % 40);

@@ -76,7 +76,8 @@ TEST(SynthSignals, DisturbancesLookAsIntended) {
     rec.fill(f, Segment::Flat);
     EXPECT_EQ(*std::max_element(f.nHeartData, f.nHeartData + 200), *std::min_element(f.nHeartData, f.nHeartData + 200));
     rec.fill(f, Segment::OverRange);
-    EXPECT_GT(*std::max_element(f.nHeartData, f.nHeartData + 200) - *std::min_element(f.nHeartData, f.nHeartData + 200), 950);
+    EXPECT_GT(*std::max_element(f.nHeartData, f.nHeartData + 200) - *std::min_element(f.nHeartData, f.nHeartData + 200),
+              950);
     rec.fill(f, Segment::Dead);
     EXPECT_EQ(std::count(f.nBreathChan1, f.nBreathChan1 + 25, 0), 25);
 }

@@ -15,9 +15,9 @@ TEST_F(ClassNamesTest, ReadmeHelpAndReportUseTheTables) {
     ASSERT_FALSE(readme.empty());
     const RunResult help = run("replay --help");
     ASSERT_EQ(help.status, 0);
-    for (const std::string& list : {rtmtool::codeList(rtmtool::kPostureNames),
-                                    rtmtool::codeList(rtmtool::kHeartStatusNames),
-                                    rtmtool::codeList(rtmtool::kBreathStateNames)}) {
+    for (const std::string& list :
+         {rtmtool::codeList(rtmtool::kPostureNames), rtmtool::codeList(rtmtool::kHeartStatusNames),
+          rtmtool::codeList(rtmtool::kBreathStateNames)}) {
         EXPECT_NE(readme.find(list), std::string::npos) << "README lacks: " << list;
         EXPECT_NE(help.out.find(list), std::string::npos) << "replay --help lacks: " << list;
     }

@@ -20,8 +20,8 @@ void expectSelfContainedPlots(const std::string& html, const std::vector<int>& d
             EXPECT_EQ(count(html, "data-device=\"" + std::to_string(d) + "\" data-series=\"" + s + "\""), 1u)
                 << "device " << d << " series " << s;
         EXPECT_EQ(count(html, "<tr data-device=\"" + std::to_string(d) + "\">"), 1u) << "device " << d;
-        const std::string section = html.substr(html.find("<section class=\"device\" data-device=\"" +
-                                                          std::to_string(d) + "\""));
+        const std::string section =
+            html.substr(html.find("<section class=\"device\" data-device=\"" + std::to_string(d) + "\""));
         const std::string own = section.substr(0, section.find("</section>"));
         EXPECT_EQ(count(own, "data-band=\"quality\""), 1u) << "device " << d;
         EXPECT_EQ(count(own, "data-band=\"breath-state\""), 1u) << "device " << d;
@@ -38,8 +38,8 @@ TEST_F(DemoReportTest, ReportsHaveOnePlotPerSeriesAndDevice) {
     EXPECT_NE(html.find("Summary: 120 s"), std::string::npos);
 
     ASSERT_EQ(run("synth --minutes 1 --devices 3 --out " + path("m.frames")).status, 0);
-    const RunResult r = run("replay " + path("m.frames") + " --out " + path("m.csv") + " --at 5 --report " +
-                            path("m.html"));
+    const RunResult r =
+        run("replay " + path("m.frames") + " --out " + path("m.csv") + " --at 5 --report " + path("m.html"));
     ASSERT_EQ(r.status, 0) << r.err;
     expectSelfContainedPlots(readFile(path("m.html")), {1, 2, 3});
 }
@@ -56,8 +56,8 @@ TEST_F(DemoReportTest, ReplayOfASharedRecordingDrawsItsReference) {
     EXPECT_EQ(count(html, ">reference</text>"), 2u);  // heart and breathing rate
     // A reference file without a time column is refused before anything is written.
     writeFile(path("bad.csv"), "rate\n70\n");
-    const RunResult bad = run("replay " + shared + "03700181.frames --report " + path("b.html") + " --reference " +
-                              path("bad.csv"));
+    const RunResult bad =
+        run("replay " + shared + "03700181.frames --report " + path("b.html") + " --reference " + path("bad.csv"));
     EXPECT_EQ(bad.status, 1);
     EXPECT_NE(bad.err.find("time column"), std::string::npos) << bad.err;
     EXPECT_TRUE(bad.out.empty());
@@ -66,16 +66,16 @@ TEST_F(DemoReportTest, ReplayOfASharedRecordingDrawsItsReference) {
 
 TEST_F(DemoReportTest, UsageErrorsExitWithTwoAndShowTheUsage) {
     const char* const bad[] = {
-        "",                                   // no command
-        "frobnicate",                         // unknown command
-        "demo --colour",                      // unknown option
-        "demo --minutes",                     // missing value
-        "demo --minutes 0",                   // out of range
-        "demo --minutes 2x",                  // not a number
-        "demo --seed 4294967296",             // too large for a seed
-        "synth --minutes 1",                  // --out is required
-        "replay a.frames b.frames",           // two files
-        "replay a.frames --waves=yes",        // a flag takes no value
+        "",                             // no command
+        "frobnicate",                   // unknown command
+        "demo --colour",                // unknown option
+        "demo --minutes",               // missing value
+        "demo --minutes 0",             // out of range
+        "demo --minutes 2x",            // not a number
+        "demo --seed 4294967296",       // too large for a seed
+        "synth --minutes 1",            // --out is required
+        "replay a.frames b.frames",     // two files
+        "replay a.frames --waves=yes",  // a flag takes no value
     };
     for (const char* args : bad) {
         const RunResult r = run(args);

@@ -36,14 +36,14 @@ TEST_F(OutputSafetyTest, AnOutputThatIsTheInputIsRefusedBeforeAnythingIsWritten)
     std::filesystem::create_symlink(path("rec.frames"), path("sym.csv"));
     std::filesystem::create_hard_link(path("rec.frames"), path("hard.csv"));
     writeFile(path("ref.csv"), "frame,hr_ref_bpm\n0,60\n");
-    for (const std::string& args : {"replay " + path("rec.frames") + " --out " + path("rec.frames"),
-                                    "replay " + path("rec.frames") + " --out " + path("sym.csv"),
-                                    "replay " + path("rec.frames") + " --out " + path("hard.csv"),
-                                    "replay " + path("rec.frames") + " --out " + path("x.csv") + " --report " +
-                                        path("hard.csv"),
-                                    "replay - --out " + path("rec.frames") + " < " + path("rec.frames"),
-                                    "replay " + path("rec.frames") + " --report " + path("x.html") + " --reference " +
-                                        path("ref.csv") + " --out " + path("ref.csv")}) {
+    for (const std::string& args :
+         {"replay " + path("rec.frames") + " --out " + path("rec.frames"),
+          "replay " + path("rec.frames") + " --out " + path("sym.csv"),
+          "replay " + path("rec.frames") + " --out " + path("hard.csv"),
+          "replay " + path("rec.frames") + " --out " + path("x.csv") + " --report " + path("hard.csv"),
+          "replay - --out " + path("rec.frames") + " < " + path("rec.frames"),
+          "replay " + path("rec.frames") + " --report " + path("x.html") + " --reference " + path("ref.csv") +
+              " --out " + path("ref.csv")}) {
         const RunResult r = run(args);
         EXPECT_EQ(r.status, 1) << args;
         EXPECT_NE(r.err.find("is the input"), std::string::npos) << args << "\n" << r.err;

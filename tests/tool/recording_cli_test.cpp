@@ -51,7 +51,8 @@ protected:
     void writeWfdb(int seconds, const std::string& ecgFormat = "212") {
         const int fs = 360, n = fs * seconds;
         std::vector<int> ecg(static_cast<size_t>(n));
-        for (int i = 0; i < n; ++i) ecg[static_cast<size_t>(i)] = 1024 + static_cast<int>(std::lround(ecgMv(i / 360.0, 72) * 200));
+        for (int i = 0; i < n; ++i)
+            ecg[static_cast<size_t>(i)] = 1024 + static_cast<int>(std::lround(ecgMv(i / 360.0, 72) * 200));
         std::string dat;
         for (int i = 0; i < n; i += 2) {
             const int a = ecg[static_cast<size_t>(i)] & 0xfff, c = ecg[static_cast<size_t>(i + 1)] & 0xfff;
@@ -172,7 +173,8 @@ TEST_F(RecordingTest, EdfPlusWithEcgAndRespirationReplays) {
         for (int i = 0; i < ecgRate; ++i) buf[static_cast<size_t>(i)] = 1000 * ecgMv(sec + i / double(ecgRate), 66);
         ASSERT_EQ(edfwrite_physical_samples(h, buf.data()), 0);
         buf.assign(respRate, 0);
-        for (int i = 0; i < respRate; ++i) buf[static_cast<size_t>(i)] = 0.5 * respiration(sec + i / double(respRate), 12);
+        for (int i = 0; i < respRate; ++i)
+            buf[static_cast<size_t>(i)] = 0.5 * respiration(sec + i / double(respRate), 12);
         ASSERT_EQ(edfwrite_physical_samples(h, buf.data()), 0);
     }
     ASSERT_EQ(edfclose_file(h), 0);

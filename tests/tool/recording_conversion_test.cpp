@@ -48,17 +48,17 @@ TEST_F(ConversionTest, NativeRatesLandInTheFrameWordsWithTheDocumentedScales) {
     for (int n = 0; n < frames; ++n) {
         for (int k = 0; k < 8; ++k) {
             const int i = n * 8 + k;
-            int v = (i * 37) % 2001 - 1000;   // uV, -1 .. +1 mV
-            if (i == 5) v = 3000;             // 3 mV: clipped to 1023
-            if (i == 6) v = -32768;           // invalid: holds the 3 mV before it
+            int v = (i * 37) % 2001 - 1000;  // uV, -1 .. +1 mV
+            if (i == 5) v = 3000;            // 3 mV: clipped to 1023
+            if (i == 6) v = -32768;          // invalid: holds the 3 mV before it
             ecg.push_back(v);
             put16(dat, v);
         }
         // Respiration: a square wave of 10-s period between -300 and +500, so every 10-s window
         // swings 800 units around a centre of 100.
         put16(dat, (n / 125) % 2 ? 500 : -300);
-        put16(dat, 250);                                 // x: 0.25 g in mg
-        put16(dat, -1000);                               // y: -1 g
+        put16(dat, 250);                                       // x: 0.25 g in mg
+        put16(dat, -1000);                                     // y: -1 g
         put16(dat, static_cast<int>(std::lround(981 * 0.5)));  // z: 4.905 m/s^2 in cm/s^2 = 0.5 g
     }
     write("r.dat", dat);
@@ -146,7 +146,8 @@ TEST(Resampling, StreamsTheSameInAnyChunkingWithoutDelay) {
     ASSERT_EQ(b.size(), a.size());
     for (size_t i = 0; i < a.size(); ++i) ASSERT_NEAR(a[i], b[i], 1e-6) << i;
     // Away from the ends the output is the same sine sampled at 200/s: no delay, no loss.
-    for (size_t i = 200; i < 1800; ++i) ASSERT_NEAR(a[i], std::sin(2 * M_PI * 7.0 * static_cast<double>(i) / 200), 0.01) << i;
+    for (size_t i = 200; i < 1800; ++i)
+        ASSERT_NEAR(a[i], std::sin(2 * M_PI * 7.0 * static_cast<double>(i) / 200), 0.01) << i;
     StreamResampler tooFar;
     EXPECT_FALSE(tooFar.init(100000, 25, error));
 }
@@ -158,7 +159,7 @@ TEST(RateScoring, ReferenceWindowAndIntervalLimitsAreInclusiveWhereStated) {
     EXPECT_DOUBLE_EQ(ref[0], 120.0);           // 0.5 -> 1.0, the second beat at the window's end
     EXPECT_DOUBLE_EQ(ref[1], 60.0 * 2 / 1.5);  // 0.5 -> 1.0 -> 2.0
     EXPECT_DOUBLE_EQ(ref[9], 60.0 * 2 / 1.5);
-    EXPECT_TRUE(std::isnan(ref[10]));          // 1.0 sits at the window's open start: one beat left
+    EXPECT_TRUE(std::isnan(ref[10]));  // 1.0 sits at the window's open start: one beat left
     // Intervals outside 0.2..3 s are left out; 3 s itself counts.
     beats = {10.0, 10.1875, 13.1875, 16.25, 16.5};
     ref = referenceHeartRate(beats, 20);
@@ -179,8 +180,9 @@ TEST(RateScoring, MissingRatesCountAsOutsideAndErrorsOnlyWhereBothExist) {
 }
 
 TEST_F(ConversionTest, ReferenceCsvInBothFormsAndItsErrors) {
-    write("ref.csv", "frame,hr_ref_bpm,br_ref_bpm,br_acf_peak,br_count_bpm,br_agree\n0,,,,,0\n1,70.5,15,0.9,15,1\n"
-                     "2,71,16,0.9,12,0\n9,80,18,0.9,18,1\n");
+    write("ref.csv",
+          "frame,hr_ref_bpm,br_ref_bpm,br_acf_peak,br_count_bpm,br_agree\n0,,,,,0\n1,70.5,15,0.9,15,1\n"
+          "2,71,16,0.9,12,0\n9,80,18,0.9,18,1\n");
     Evaluation e;
     std::string error;
     ASSERT_TRUE(readReferenceCsv(path("ref.csv"), 5, e, error)) << error;

@@ -72,8 +72,9 @@ TEST_F(ReplayTest, CsvHasTheDocumentedColumns) {
     ASSERT_EQ(run("synth --minutes 1 --out " + path("s.frames")).status, 0);
     const auto rows = lines(run("replay " + path("s.frames")).out);
     ASSERT_EQ(rows.size(), 61u);
-    EXPECT_EQ(rows[0], "frame,device,seq,heart_rate,heart_status,breath_rate,breath_state,posture,"
-                       "movement_mean,movement_max");
+    EXPECT_EQ(rows[0],
+              "frame,device,seq,heart_rate,heart_status,breath_rate,breath_state,posture,"
+              "movement_mean,movement_max");
     const auto wrows = lines(run("replay --waves " + path("s.frames")).out);
     ASSERT_EQ(wrows.size(), rows.size());
     const auto header = fields(wrows[0]);
@@ -99,8 +100,8 @@ TEST_F(ReplayTest, AFileThatDoesNotLookLikeFramesDrawsAWarning) {
     std::string noise(10 * kFrameBytes, '\0');
     for (char& c : noise) c = static_cast<char>(rng() & 0xFF);
     writeFile(path("noise.bin"), noise);
-    const RunResult r = run("replay " + path("noise.bin") + " --out " + path("noise.csv") + " --report " +
-                            path("noise.html"));
+    const RunResult r =
+        run("replay " + path("noise.bin") + " --out " + path("noise.csv") + " --report " + path("noise.html"));
     EXPECT_EQ(r.status, 0) << r.err;  // the replay still runs
     EXPECT_EQ(lines(readFile(path("noise.csv"))).size(), 11u);
     EXPECT_NE(r.err.find("warning: " + path("noise.bin") + " does not look like a frame file"), std::string::npos)
@@ -116,8 +117,7 @@ TEST_F(ReplayTest, AFileThatDoesNotLookLikeFramesDrawsAWarning) {
     writeFile(path("jumpy.frames"), frames);
     const RunResult jumpy = run("replay " + path("jumpy.frames"));
     EXPECT_EQ(jumpy.status, 0);
-    EXPECT_NE(jumpy.err.find("sequence numbers advance by one in only 0 of 59 steps"), std::string::npos)
-        << jumpy.err;
+    EXPECT_NE(jumpy.err.find("sequence numbers advance by one in only 0 of 59 steps"), std::string::npos) << jumpy.err;
 
     // Genuine recordings draw none: many interleaved devices, and the shared recordings.
     ASSERT_EQ(run("synth --minutes 1 --devices 16 --out " + path("m.frames")).status, 0);

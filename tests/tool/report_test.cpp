@@ -29,8 +29,9 @@ size_t count(const std::string& text, const std::string& what) {
 
 // Frames whose ECG input is 512 + the second, so the stretch shown can be read off the axis.
 // `judged` gives the heart quality and respiration status of each second (1 = judged).
-void addFrames(Report& r, int seconds, int32_t device, size_t index, int (*heartRate)(int),
-               int (*judged)(int) = [](int) { return 0; }) {
+void addFrames(
+    Report& r, int seconds, int32_t device, size_t index, int (*heartRate)(int),
+    int (*judged)(int) = [](int) { return 0; }) {
     for (int s = 0; s < seconds; ++s) {
         ParamsIn in{};
         in.nDeviceId = device;
@@ -79,7 +80,8 @@ TEST(Report, NoRateLeavesAGapInTheTrend) {
 TEST(Report, RatesAreFaintWhereNotJudgedWithTheFlagsAsBands) {
     Report r("flags", 0);
     // Judged in seconds 0..24 only.
-    addFrames(r, 50, 4, 0, [](int) { return 80; }, [](int s) { return s < 25 ? 1 : 0; });
+    addFrames(
+        r, 50, 4, 0, [](int) { return 80; }, [](int s) { return s < 25 ? 1 : 0; });
     const std::string html = r.html();
     for (const char* series : {"heart-rate", "breath-rate"}) {
         const std::string plot = plotOf(html, 4, series);
@@ -104,7 +106,8 @@ TEST(Report, RatesAreFaintWhereNotJudgedWithTheFlagsAsBands) {
 
 TEST(Report, HeartRateAxisDoesNotMagnifyAWobble) {
     Report r("wobble", 0);
-    addFrames(r, 60, 1, 0, [](int s) { return 121 + s % 9; }, [](int) { return 1; });
+    addFrames(
+        r, 60, 1, 0, [](int s) { return 121 + s % 9; }, [](int) { return 1; });
     // 121..129 bpm: at least 40 bpm shown, ends on tens, the wobble in the middle.
     const std::vector<std::string> ticks = valueTicks(plotOf(r.html(), 1, "heart-rate"));
     ASSERT_GE(ticks.size(), 3u);
@@ -137,7 +140,7 @@ TEST(Report, EcgIsInMillivoltsOnAStandardGrid) {
         ys.push_back(std::stod(grid.substr(grid.find("y1=\"", p) + 4)));
     for (size_t p = grid.find("<line y1="); p != std::string::npos; p = grid.find("<line y1=", p + 1))
         xs.push_back(std::stod(grid.substr(grid.find("x1=\"", p) + 4)));
-    ASSERT_GE(ys.size(), 21u);  // at least 2 mV
+    ASSERT_GE(ys.size(), 21u);   // at least 2 mV
     ASSERT_EQ(xs.size(), 126u);  // 5 s = 125 mm
     EXPECT_NEAR(ys[1] - ys[0], xs[1] - xs[0], 0.11);
     EXPECT_EQ(count(grid, "class=\"em\""), (ys.size() + 4) / 5 + 26);
@@ -147,8 +150,10 @@ TEST(Report, EcgIsInMillivoltsOnAStandardGrid) {
 
 TEST(Report, ReferenceAndSummaryTable) {
     Report r("ref", 0);
-    addFrames(r, 30, 7, 0, [](int) { return 60; }, [](int) { return 1; });
-    addFrames(r, 40, 9, 1, [](int) { return 100; }, [](int s) { return s % 2; });
+    addFrames(
+        r, 30, 7, 0, [](int) { return 60; }, [](int) { return 1; });
+    addFrames(
+        r, 40, 9, 1, [](int) { return 100; }, [](int s) { return s % 2; });
     r.setReference(9, std::vector<double>(40, 98.0), std::vector<double>(40, 24.0), "reference");
     const std::string html = r.html();
     for (const char* series : {"heart-rate", "breath-rate"}) {
@@ -161,11 +166,12 @@ TEST(Report, ReferenceAndSummaryTable) {
     EXPECT_LT(table, html.find("<section"));
     const std::string row7 = html.substr(html.find("<tr data-device=\"7\">"), 200);
     const std::string row9 = html.substr(html.find("<tr data-device=\"9\">"), 200);
-    EXPECT_NE(row7.find("<td>0:30</td><td>60 /min (60&ndash;60)</td><td>100 %</td><td>15 /min</td>"),
-              std::string::npos) << row7;
+    EXPECT_NE(row7.find("<td>0:30</td><td>60 /min (60&ndash;60)</td><td>100 %</td><td>15 /min</td>"), std::string::npos)
+        << row7;
     EXPECT_NE(row9.find("<td>0:40</td><td>100 /min (100&ndash;100)</td><td>50 %</td><td>25 /min</td><td>50 %</td>"
                         "<td>on the back 0:40</td>"),
-              std::string::npos) << row9;
+              std::string::npos)
+        << row9;
 }
 
 TEST(Report, StretchStartsWhereAskedOrCoversTheEnd) {

@@ -80,8 +80,8 @@ protected:
     RunResult run(const std::string& args, const std::string& stdoutTo = "",
                   const std::string& shellPrefix = "") const {
         const std::string out = stdoutTo.empty() ? path(".stdout") : stdoutTo, err = path(".stderr");
-        const std::string cmd = shellPrefix + "'" + std::string(RTM_BINARY_DIR) + "/rtmonitor' " + args + " >'" +
-                                out + "' 2>'" + err + "'";
+        const std::string cmd =
+            shellPrefix + "'" + std::string(RTM_BINARY_DIR) + "/rtmonitor' " + args + " >'" + out + "' 2>'" + err + "'";
         const int raw = std::system(cmd.c_str());
         RunResult r;
         r.status = (raw != -1 && WIFEXITED(raw)) ? WEXITSTATUS(raw) : -1;

@@ -44,14 +44,17 @@ struct MemoryRecord {
     bool open(const std::string& headerText) {
         WfdbHeader h;
         if (!parseWfdbHeader(headerText, h, error)) return false;
-        return record.open("t.hea", h, [this](const std::string& name, std::string& err) -> std::unique_ptr<ByteSource> {
-            auto it = files.find(name);
-            if (it == files.end()) {
-                err = "no such file";
-                return nullptr;
-            }
-            return std::make_unique<MemorySource>(it->second.data(), it->second.size());
-        }, error);
+        return record.open(
+            "t.hea", h,
+            [this](const std::string& name, std::string& err) -> std::unique_ptr<ByteSource> {
+                auto it = files.find(name);
+                if (it == files.end()) {
+                    err = "no such file";
+                    return nullptr;
+                }
+                return std::make_unique<MemorySource>(it->second.data(), it->second.size());
+            },
+            error);
     }
     std::vector<std::vector<double>> readAll() {
         std::vector<std::vector<double>> all(record.channels().size()), block;
@@ -73,7 +76,7 @@ TEST(WfdbReader, Format212PairsAcrossSignalsAndFramesWithGainBaselineAndInvalid)
     ASSERT_EQ(all[0].size(), 3u);
     EXPECT_DOUBLE_EQ(all[0][0], 0.0);
     EXPECT_DOUBLE_EQ(all[0][1], (1100 - 1024) / 200.0);
-    EXPECT_TRUE(std::isnan(all[0][2]));           // -2048 marks an invalid sample
+    EXPECT_TRUE(std::isnan(all[0][2]));              // -2048 marks an invalid sample
     EXPECT_DOUBLE_EQ(all[1][0], (995 + 5) / 100.0);  // the baseline in parentheses wins over ADC zero
     EXPECT_DOUBLE_EQ(all[1][1], 0.0);
     EXPECT_DOUBLE_EQ(all[1][2], (2047 + 5) / 100.0);
@@ -91,7 +94,7 @@ TEST(WfdbReader, OtherFormatsSamplesPerFrameSkewAndOffsetsOverSeveralFiles) {
     }
     m.files["b.dat"] = b;
     m.files["c.dat"] = {128 + 10, 128 + 20, 128 + 30, 0};  // format 80, skew 1: frame n is stored at n+1
-    m.files["d.dat"] = {2, 0xff, 3, 0};                     // format 8 differences from initial value 5
+    m.files["d.dat"] = {2, 0xff, 3, 0};                    // format 8 differences from initial value 5
     ASSERT_TRUE(m.open("r 4 250 4\na.dat 16+4 1 16 0\nb.dat 61x2 1\nc.dat 80:1 1\nd.dat 8 1 8 0 5\n")) << m.error;
     EXPECT_DOUBLE_EQ(m.record.channels()[1].rate, 500.0);
     const auto all = m.readAll();
@@ -131,15 +134,15 @@ TEST(WfdbReader, AnnotationsKeepTimesAndLabelsThroughSkipsAuxAndResolution) {
     put16(b, 1 << 10 | 100);  // N at 100
     put16(b, 63 << 10 | 3);   // aux text of 3 bytes, padded to 4
     b.insert(b.end(), {'(', 'N', 0, 0});
-    put16(b, 60 << 10 | 2);   // annotator number: no time, no label
-    put16(b, 59 << 10);       // skip 70000 ticks, high word first
+    put16(b, 60 << 10 | 2);  // annotator number: no time, no label
+    put16(b, 59 << 10);      // skip 70000 ticks, high word first
     put16(b, 1);
     put16(b, 70000 - 65536);
-    put16(b, 5 << 10 | 20);   // V at 100 + 70000 + 20
-    put16(b, 59 << 10);       // skip back 2^23 ticks: a negative interval, top bit set
+    put16(b, 5 << 10 | 20);  // V at 100 + 70000 + 20
+    put16(b, 59 << 10);      // skip back 2^23 ticks: a negative interval, top bit set
     put16(b, 0xff80);
     put16(b, 0);
-    put16(b, 59 << 10);       // ... and far forward again
+    put16(b, 59 << 10);  // ... and far forward again
     put16(b, 0x7f00);
     put16(b, 0);
     put16(b, 0);

@@ -34,9 +34,7 @@ bool FileSource::open(const std::string& path, std::string& error) {
 
 size_t FileSource::read(unsigned char* to, size_t n) { return std::fread(to, 1, n, file_); }
 
-bool FileSource::skip(uint64_t n) {
-    return n == 0 || std::fseek(file_, static_cast<long>(n), SEEK_CUR) == 0;
-}
+bool FileSource::skip(uint64_t n) { return n == 0 || std::fseek(file_, static_cast<long>(n), SEEK_CUR) == 0; }
 
 bool FileSource::failed() const { return std::ferror(file_) != 0; }
 

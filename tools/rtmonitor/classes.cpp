@@ -4,9 +4,8 @@
 namespace rtmtool {
 
 const CodeName kPostureNames[10] = {
-    {0, "not classified"}, {1, "upright"},        {2, "on the back"},       {3, "face down"},
-    {4, "right side"},     {5, "left side"},      {6, "light movement"},    {7, "moderate movement"},
-    {8, "strong movement"}, {9, "unclassified"},
+    {0, "not classified"}, {1, "upright"},        {2, "on the back"},       {3, "face down"},       {4, "right side"},
+    {5, "left side"},      {6, "light movement"}, {7, "moderate movement"}, {8, "strong movement"}, {9, "unclassified"},
 };
 
 const CodeName kHeartStatusNames[2] = {{0, "not judged or poor"}, {1, "good quality"}};

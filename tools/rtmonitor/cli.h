@@ -10,8 +10,8 @@
 namespace rtmtool {
 
 constexpr int kExitOk = 0;
-constexpr int kExitInput = 1;   // missing, unreadable, empty or truncated input; unwritable output
-constexpr int kExitUsage = 2;   // unknown option, bad number, missing argument
+constexpr int kExitInput = 1;  // missing, unreadable, empty or truncated input; unwritable output
+constexpr int kExitUsage = 2;  // unknown option, bad number, missing argument
 
 struct ParsedArgs {
     std::map<std::string, std::string> values;  // options that take a value

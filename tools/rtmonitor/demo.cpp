@@ -36,8 +36,8 @@ bool recordingArgs(const ParsedArgs& p, RecordingArgs& r, std::string& error) {
     auto it = p.values.find("--minutes");
     if (it != p.values.end()) {
         if (!parseInteger(it->second, 1, kMaxMinutes, v)) {
-            error = "--minutes needs a whole number from 1 to " + std::to_string(kMaxMinutes) + ", not '" +
-                    it->second + "'";
+            error = "--minutes needs a whole number from 1 to " + std::to_string(kMaxMinutes) + ", not '" + it->second +
+                    "'";
             return false;
         }
         r.minutes = static_cast<int>(v);
@@ -124,12 +124,13 @@ int runDemo(const std::vector<std::string>& args) {
     const Recording rec = synthesize(so);
 
     Host host;
-    Report report("rtmonitor demo: " + std::to_string(r.minutes) + " min synthetic recording, seed " +
-                      std::to_string(r.seed),
-                  at);
-    std::printf("Synthetic recording: %d min, seed %u, device %d. One row per second; '*' marks a posture\n"
-                "that differs from the generator's (turning seconds are not scored).\n\n",
-                r.minutes, r.seed, so.deviceId);
+    Report report(
+        "rtmonitor demo: " + std::to_string(r.minutes) + " min synthetic recording, seed " + std::to_string(r.seed),
+        at);
+    std::printf(
+        "Synthetic recording: %d min, seed %u, device %d. One row per second; '*' marks a posture\n"
+        "that differs from the generator's (turning seconds are not scored).\n\n",
+        r.minutes, r.seed, so.deviceId);
     std::printf("  time   HR  true  q   BR  true  st  posture                 move\n");
 
     RateError heart, breath;
@@ -157,9 +158,8 @@ int runDemo(const std::vector<std::string>& args) {
         char posture[48];
         std::snprintf(posture, sizeof posture, "%d %s%s", out.nPosture, postureName(out.nPosture),
                       scored && !agrees ? " *" : "");
-        std::printf("%6s %4d %5.0f %2d %4d %5.1f %3d  %-22s %5d\n", clock(sec).c_str(), out.nHeartRate,
-                    t.heartRate, out.nHeartStatus, out.nBreathRate, t.breathRate, out.nBreathState, posture,
-                    movementMax(out));
+        std::printf("%6s %4d %5.0f %2d %4d %5.1f %3d  %-22s %5d\n", clock(sec).c_str(), out.nHeartRate, t.heartRate,
+                    out.nHeartStatus, out.nBreathRate, t.breathRate, out.nBreathState, posture, movementMax(out));
     }
 
     const int total = static_cast<int>(rec.frames.size());

@@ -15,13 +15,13 @@ namespace rtmtool {
 std::vector<double> referenceHeartRate(const std::vector<double>& beatTimes, size_t seconds);
 
 struct RateScore {
-    std::string name;        // "heart rate", "breathing rate"
-    std::string unit;        // "bpm", "/min"
-    std::string reference;   // where the reference came from
-    double absTolerance = 5; // the "within N" band, in the unit
-    size_t seconds = 0;      // seconds with a reference
-    size_t covered = 0;      // ... for which the library reported a rate
-    double meanAbsError = 0, bias = 0;  // over the covered seconds
+    std::string name;                         // "heart rate", "breathing rate"
+    std::string unit;                         // "bpm", "/min"
+    std::string reference;                    // where the reference came from
+    double absTolerance = 5;                  // the "within N" band, in the unit
+    size_t seconds = 0;                       // seconds with a reference
+    size_t covered = 0;                       // ... for which the library reported a rate
+    double meanAbsError = 0, bias = 0;        // over the covered seconds
     double withinAbs = 0, withinPercent = 0;  // shares of `seconds` (a missing rate is outside)
 };
 
@@ -35,7 +35,7 @@ struct Evaluation {
     std::vector<double> heartReference, breathReference;  // NaN = none
     bool haveHeart = false, haveBreath = false;
     RateScore heart, breath;
-    std::string beatByBeat;   // why beat-by-beat scoring is not done
+    std::string beatByBeat;  // why beat-by-beat scoring is not done
     std::vector<std::string> notes;
 };
 

@@ -28,7 +28,7 @@ std::string escapeHtml(const std::string& s) {
 struct Series {
     const std::vector<double>* values;
     const char* colour;
-    bool zeroIsGap;   // the library's 0 means "no rate"
+    bool zeroIsGap;  // the library's 0 means "no rate"
 };
 
 // One plot: each series a polyline broken at its gaps, y from lo to hi, x in seconds.

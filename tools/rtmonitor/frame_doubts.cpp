@@ -2,16 +2,13 @@
 // short genuine recording never draws a warning.
 #include "frame_doubts.h"
 
-
 namespace rtmtool {
 namespace {
 
 constexpr uint64_t kOnceOnlyDevices = 5;  // more than a few ids that never repeat
-constexpr uint64_t kPairsToJudge = 5;      // consecutive pairs before judging the sequence numbers
+constexpr uint64_t kPairsToJudge = 5;     // consecutive pairs before judging the sequence numbers
 
-std::string share(uint64_t part, uint64_t whole) {
-    return std::to_string(part) + " of " + std::to_string(whole);
-}
+std::string share(uint64_t part, uint64_t whole) { return std::to_string(part) + " of " + std::to_string(whole); }
 
 }  // namespace
 
@@ -43,7 +40,8 @@ std::vector<std::string> FrameDoubts::findings() const {
     for (const auto& [id, seen] : devices_) once += seen.frames == 1;
     const uint64_t ids = devices_.size() + untracked_;
     if (once >= kOnceOnlyDevices && 2 * once > ids)
-        r.push_back(share(once, ids) + " device ids appear in a single frame only, where a recording has one frame "
+        r.push_back(share(once, ids) +
+                    " device ids appear in a single frame only, where a recording has one frame "
                     "per device and second");
     if (consecutive_ >= kPairsToJudge && 10 * advancing_ < consecutive_)
         r.push_back("sequence numbers advance by one in only " + share(advancing_, consecutive_) +

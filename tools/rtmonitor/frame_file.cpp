@@ -24,8 +24,7 @@ void encodeFrame(const ParamsIn& frame, unsigned char* bytes) {
 ParamsIn decodeFrame(const unsigned char* bytes) {
     int32_t words[kFrameWords];
     for (size_t i = 0; i < kFrameWords; ++i) {
-        const uint32_t w = static_cast<uint32_t>(bytes[4 * i]) |
-                           (static_cast<uint32_t>(bytes[4 * i + 1]) << 8) |
+        const uint32_t w = static_cast<uint32_t>(bytes[4 * i]) | (static_cast<uint32_t>(bytes[4 * i + 1]) << 8) |
                            (static_cast<uint32_t>(bytes[4 * i + 2]) << 16) |
                            (static_cast<uint32_t>(bytes[4 * i + 3]) << 24);
         int32_t v;

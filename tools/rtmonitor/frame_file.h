@@ -35,8 +35,8 @@ public:
     // inside a record (its offset is offset()). Error: a read failed (error() says why).
     Result next(ParamsIn& frame);
 
-    uint64_t offset() const { return offset_; }   // byte offset of the next record
-    uint64_t size() const { return size_; }       // file size in bytes, 0 when unknown
+    uint64_t offset() const { return offset_; }  // byte offset of the next record
+    uint64_t size() const { return size_; }      // file size in bytes, 0 when unknown
     size_t partialBytes() const { return partial_; }
     const std::string& error() const { return error_; }
 

@@ -31,8 +31,10 @@ double movementMean(const ParamsOut& out) {
 int movementMax(const ParamsOut& out) { return *std::max_element(std::begin(out.nMovement), std::end(out.nMovement)); }
 
 void writeCsvHeader(std::FILE* f, bool waves) {
-    std::fputs("frame,device,seq,heart_rate,heart_status,breath_rate,breath_state,posture,"
-               "movement_mean,movement_max", f);
+    std::fputs(
+        "frame,device,seq,heart_rate,heart_status,breath_rate,breath_state,posture,"
+        "movement_mean,movement_max",
+        f);
     if (waves) {
         for (int i = 0; i < 200; ++i) std::fprintf(f, ",heart_wave_%d", i);
         for (int i = 0; i < 25; ++i) std::fprintf(f, ",breath_display1_%d", i);
@@ -43,10 +45,10 @@ void writeCsvHeader(std::FILE* f, bool waves) {
 }
 
 void writeCsvRow(std::FILE* f, uint64_t frameIndex, const ParamsIn& in, const ParamsOut& out, bool waves) {
-    std::fprintf(f, "%" PRIu64 ",%" PRId32 ",%" PRId32 ",%" PRId32 ",%" PRId32 ",%" PRId32 ",%" PRId32
-                    ",%" PRId32 ",%.2f,%d",
-                 frameIndex, in.nDeviceId, in.nFrameSeq, out.nHeartRate, out.nHeartStatus,
-                 out.nBreathRate, out.nBreathState, out.nPosture, movementMean(out), movementMax(out));
+    std::fprintf(
+        f, "%" PRIu64 ",%" PRId32 ",%" PRId32 ",%" PRId32 ",%" PRId32 ",%" PRId32 ",%" PRId32 ",%" PRId32 ",%.2f,%d",
+        frameIndex, in.nDeviceId, in.nFrameSeq, out.nHeartRate, out.nHeartStatus, out.nBreathRate, out.nBreathState,
+        out.nPosture, movementMean(out), movementMax(out));
     if (waves) {
         for (int v : out.nHeartWave) std::fprintf(f, ",%d", v);
         for (int v : out.nBreathDisplay1) std::fprintf(f, ",%d", v);

@@ -146,8 +146,7 @@ bool parseAt(const ParsedArgs& p, int& at, std::string& error) {
     long long magnitude = 0;
     if (it->second.size() > 1 && it->second[0] == '-' && parseInteger(it->second.substr(1), 0, 1000000000LL, magnitude))
         error = "--at must be 0 or more seconds from the start of the recording, not " + it->second;
-    else
-        error = "--at needs a whole number of seconds from 0 to 1000000000, not '" + it->second + "'";
+    else error = "--at needs a whole number of seconds from 0 to 1000000000, not '" + it->second + "'";
     return false;
 }
 

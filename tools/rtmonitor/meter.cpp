@@ -14,9 +14,9 @@
 #include <vector>
 
 #include "cli.h"
-#include "synth/test_pattern.h"
 #include "output_file.h"
 #include "rtmonitor.h"
+#include "synth/test_pattern.h"
 
 namespace rtmtool {
 
@@ -44,18 +44,17 @@ constexpr double kReadingWindowSeconds = 10;
 constexpr double kResponseLimitSeconds = 10;
 constexpr int32_t kFirstMeterDevice = 0x4d455452;  // device ids no other tool command uses
 
-
 enum class Kind { Steady, Step, Asystole };
 
 struct Scenario {
     std::string name;
-    std::string waveform;   // one line describing the parameters
+    std::string waveform;  // one line describing the parameters
     Kind kind = Kind::Steady;
     double seconds = 40;
     std::vector<Beat> beats;
-    double expected = 0;    // rate the meter should read at the end (0: no rate)
-    double eventAt = 0;     // step time, or asystole onset (last beat)
-    double resumeAt = 0;    // asystole: first beat after it
+    double expected = 0;  // rate the meter should read at the end (0: no rate)
+    double eventAt = 0;   // step time, or asystole onset (last beat)
+    double resumeAt = 0;  // asystole: first beat after it
     double mainsHz = 0, mainsMv = 0, wanderHz = 0, wanderMv = 0, noiseMv = 0;
 };
 
@@ -159,8 +158,9 @@ Outcome judge(const Scenario& s, const std::vector<int>& rates) {
         o.time1 = responseTime(rates, s.eventAt, [&](int r) { return r > 0 && within(r, s.expected); });
         o.pass = o.pass && o.time1 >= 0 && o.time1 <= kResponseLimitSeconds;
     } else if (s.kind == Kind::Asystole) {
-        const std::vector<int> untilResume(rates.begin(), rates.begin() + static_cast<long>(std::min<size_t>(
-                                                                   rates.size(), static_cast<size_t>(s.resumeAt))));
+        const std::vector<int> untilResume(
+            rates.begin(),
+            rates.begin() + static_cast<long>(std::min<size_t>(rates.size(), static_cast<size_t>(s.resumeAt))));
         o.time1 = responseTime(untilResume, s.eventAt, [](int r) { return r == 0; });
         o.time2 = responseTime(rates, s.resumeAt, [&](int r) { return r > 0 && within(r, s.expected); });
         o.pass = o.pass && o.time1 >= 0 && o.time1 <= kResponseLimitSeconds && o.time2 >= 0 &&
@@ -246,9 +246,8 @@ std::vector<Scenario> scenarios() {
                   {normal, ventricular()});
         irregular("slow alternating bigeminy 60", "normal and wide beats alternating at an even RR of 1.0 s: 60 bpm",
                   60, {1.0}, {normal, ventricular()});
-        irregular("rapid alternating bigeminy 120",
-                  "normal and wide beats alternating at an even RR of 0.5 s: 120 bpm", 120, {0.5},
-                  {normal, ventricular()});
+        irregular("rapid alternating bigeminy 120", "normal and wide beats alternating at an even RR of 0.5 s: 120 bpm",
+                  120, {0.5}, {normal, ventricular()});
         irregular("bidirectional systoles 90", "upright and inverted 1 mV complexes alternating, even RR: 90 bpm", 90,
                   {60.0 / 90}, {normal, down});
     }
@@ -328,8 +327,8 @@ int runMeter(const std::vector<std::string>& args) {
         if (s.kind == Kind::Step) times = t(o.time1);
         if (s.kind == Kind::Asystole) times = t(o.time1) + "/" + t(o.time2);
         const std::string tol = s.expected == 0 ? "=0" : num(tolerance(s.expected));
-        std::printf("%-32s %8s %8s %8s %9s  %-6s %s\n", s.name.c_str(), num(s.expected).c_str(),
-                    num(o.reading).c_str(), tol.c_str(), times.c_str(), o.pass ? "pass" : "FAIL", s.waveform.c_str());
+        std::printf("%-32s %8s %8s %8s %9s  %-6s %s\n", s.name.c_str(), num(s.expected).c_str(), num(o.reading).c_str(),
+                    tol.c_str(), times.c_str(), o.pass ? "pass" : "FAIL", s.waveform.c_str());
         json << (i ? "," : "") << "\n    {\"name\": " << jsonText(s.name) << ", \"waveform\": " << jsonText(s.waveform)
              << ", \"expected_bpm\": " << num(s.expected) << ", \"reading_bpm\": " << num(o.reading)
              << ", \"tolerance_bpm\": " << (s.expected == 0 ? "0" : num(tolerance(s.expected)));

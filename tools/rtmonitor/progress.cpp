@@ -8,8 +8,11 @@
 namespace rtmtool {
 
 Progress::Progress(std::string label, uint64_t total)
-    : label_(std::move(label)), total_(total), enabled_(isatty(STDERR_FILENO) == 1),
-      start_(std::chrono::steady_clock::now()), last_(start_) {}
+    : label_(std::move(label)),
+      total_(total),
+      enabled_(isatty(STDERR_FILENO) == 1),
+      start_(std::chrono::steady_clock::now()),
+      last_(start_) {}
 
 Progress::~Progress() { finish(); }
 

@@ -141,7 +141,8 @@ bool readReferenceCsv(const std::string& path, size_t seconds, Evaluation& e, st
         e.haveBreath = true;
         e.breath.reference = path + (agreeCol >= 0 ? " (br_ref_bpm, rows with br_agree = 1)" : " (breathing rate)");
     }
-    if (outside > 0) e.notes.push_back(std::to_string(outside) + " reference rows lie beyond the recording and are ignored");
+    if (outside > 0)
+        e.notes.push_back(std::to_string(outside) + " reference rows lie beyond the recording and are ignored");
     return true;
 }
 
@@ -218,8 +219,8 @@ std::string evaluationTable(const Evaluation& e) {
     std::ostringstream o;
     o << "record " << e.record << ": " << e.frames << " seconds analysed\n\n";
     char line[256];
-    std::snprintf(line, sizeof line, "%-15s %8s %9s %10s %13s %11s %10s\n", "", "seconds", "coverage",
-                  "mean |err|", "within tol", "within 10 %", "bias");
+    std::snprintf(line, sizeof line, "%-15s %8s %9s %10s %13s %11s %10s\n", "", "seconds", "coverage", "mean |err|",
+                  "within tol", "within 10 %", "bias");
     o << line;
     auto row = [&](const RateScore& s, bool have, const char* name) {
         if (!have) {
@@ -228,10 +229,10 @@ std::string evaluationTable(const Evaluation& e) {
             return;
         }
         const std::string tol = "(" + fmt("%g", s.absTolerance) + ") ";
-        std::snprintf(line, sizeof line, "%-15s %8zu %8.1f%% %6.2f %-4s %5s%6.1f%% %10.1f%% %+6.2f %s\n", name, s.seconds,
-                      s.seconds ? 100.0 * static_cast<double>(s.covered) / static_cast<double>(s.seconds) : 0.0,
-                      s.meanAbsError, s.unit.c_str(), tol.c_str(), 100.0 * s.withinAbs, 100.0 * s.withinPercent,
-                      s.bias, s.unit.c_str());
+        std::snprintf(
+            line, sizeof line, "%-15s %8zu %8.1f%% %6.2f %-4s %5s%6.1f%% %10.1f%% %+6.2f %s\n", name, s.seconds,
+            s.seconds ? 100.0 * static_cast<double>(s.covered) / static_cast<double>(s.seconds) : 0.0, s.meanAbsError,
+            s.unit.c_str(), tol.c_str(), 100.0 * s.withinAbs, 100.0 * s.withinPercent, s.bias, s.unit.c_str());
         o << line << "  reference: " << s.reference << "\n";
     };
     row(e.heart, e.haveHeart, "heart rate");

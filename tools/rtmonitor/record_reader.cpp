@@ -61,7 +61,8 @@ std::unique_ptr<RecordReader> openWfdb(const std::string& path, std::string& err
 const char* edfOpenError(int code) {
     switch (code) {
         case EDFLIB_NO_SUCH_FILE_OR_DIRECTORY: return "no such file";
-        case EDFLIB_FILE_CONTAINS_FORMAT_ERRORS: return "not a valid EDF/EDF+/BDF/BDF+ file (format errors in the header)";
+        case EDFLIB_FILE_CONTAINS_FORMAT_ERRORS:
+            return "not a valid EDF/EDF+/BDF/BDF+ file (format errors in the header)";
         case EDFLIB_FILE_READ_ERROR: return "read error";
         case EDFLIB_FILE_IS_DISCONTINUOUS: return "discontinuous EDF+D/BDF+D files are not supported";
         case EDFLIB_MAXFILES_REACHED: return "too many open files";
@@ -116,7 +117,8 @@ public:
         for (size_t s = 0; s < channels_.size(); ++s) {
             const int count = static_cast<int>(n * hdr_.signalparam[s].smp_in_datarecord);
             blocks[s].resize(static_cast<size_t>(count));
-            if (count > 0 && edfread_physical_samples(hdr_.handle, static_cast<int>(s), count, blocks[s].data()) != count) {
+            if (count > 0 &&
+                edfread_physical_samples(hdr_.handle, static_cast<int>(s), count, blocks[s].data()) != count) {
                 error = path_ + ": read error in signal '" + channels_[s].label + "' at data record " +
                         std::to_string(recordsRead_);
                 return false;
@@ -177,8 +179,9 @@ std::unique_ptr<RecordReader> openRecording(const std::string& path, std::string
         if (!r->open(path, error)) return nullptr;
         return r;
 #else
-        error = path + ": this build of rtmonitor reads no EDF/BDF files (EDFlib was not found when it was "
-                       "built); install libedf-dev and rebuild, or convert the file to WFDB";
+        error = path +
+                ": this build of rtmonitor reads no EDF/BDF files (EDFlib was not found when it was "
+                "built); install libedf-dev and rebuild, or convert the file to WFDB";
         return nullptr;
 #endif
     }

@@ -12,8 +12,8 @@ namespace rtmtool {
 
 struct ChannelInfo {
     std::string label;
-    std::string unit;   // physical unit as the file states it ("mV", "uV", "g", ...)
-    double rate = 0;    // samples per second
+    std::string unit;  // physical unit as the file states it ("mV", "uV", "g", ...)
+    double rate = 0;   // samples per second
 };
 
 // A reference annotation: time in seconds from the start and the beat or event label.

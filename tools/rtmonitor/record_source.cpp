@@ -9,8 +9,8 @@
 #include <cctype>
 #include <cerrno>
 #include <cmath>
-#include <cstdio>
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
@@ -52,8 +52,9 @@ int findLabel(const std::vector<ChannelInfo>& ch, const std::string& label) {
 }
 
 int chooseEcg(const std::vector<ChannelInfo>& ch) {
-    static const char* const kLeads[] = {"I", "III", "AVR", "AVL", "AVF", "V", "V1", "V2", "V3", "V4", "V5", "V6",
-                                         "MLI", "MLIII", "ML2", "MCL1", "MCL2", "MCL3", "MCL4", "MCL5", "MCL6"};
+    static const char* const kLeads[] = {"I",   "III",  "AVR",  "AVL",  "AVF",  "V",    "V1",
+                                         "V2",  "V3",   "V4",   "V5",   "V6",   "MLI",  "MLIII",
+                                         "ML2", "MCL1", "MCL2", "MCL3", "MCL4", "MCL5", "MCL6"};
     for (size_t i = 0; i < ch.size(); ++i) {
         const std::string u = upper(trimmed(ch[i].label));
         if (u == "II" || u == "MLII" || u == "ECG II" || u == "ECG2") return static_cast<int>(i);
@@ -108,9 +109,7 @@ std::string rateText(double r) {
     return b;
 }
 
-int32_t clampCount(double v, double lo, double hi) {
-    return static_cast<int32_t>(std::clamp(std::round(v), lo, hi));
-}
+int32_t clampCount(double v, double lo, double hi) { return static_cast<int32_t>(std::clamp(std::round(v), lo, hi)); }
 
 double median(std::vector<double> v) {
     if (v.empty()) return 0;
@@ -180,8 +179,8 @@ bool RecordSource::open(const std::string& path, const SourceOptions& options, s
         char b[160];
         std::snprintf(b, sizeof b, "counts = 30000 + (value %c %g) x %g", resp_.centre < 0 ? '+' : '-',
                       std::fabs(resp_.centre), resp_.scale);
-        notes_.push_back("respiration: signal '" + r.label + "' (" + rateText(r.rate) + " samples/s) -> 25 samples/s, " +
-                         b + " (median 10-s swing = 2000 counts)");
+        notes_.push_back("respiration: signal '" + r.label + "' (" + rateText(r.rate) +
+                         " samples/s) -> 25 samples/s, " + b + " (median 10-s swing = 2000 counts)");
     } else {
         notes_.push_back("respiration: no respiration signal; both channels flat at 30000");
     }
@@ -378,7 +377,8 @@ bool sourceOptionsFrom(const std::map<std::string, std::string>& values, SourceO
         const std::string t = get("--device");
         char* end = nullptr;
         errno = 0;
-        const long long id = t.empty() || std::isspace(static_cast<unsigned char>(t[0])) ? 0 : std::strtoll(t.c_str(), &end, 10);
+        const long long id =
+            t.empty() || std::isspace(static_cast<unsigned char>(t[0])) ? 0 : std::strtoll(t.c_str(), &end, 10);
         if (t.empty() || end != t.c_str() + t.size() || errno != 0 || id < INT32_MIN || id > INT32_MAX) {
             error = "--device needs a whole number (a 32-bit id), not '" + t + "'";
             return false;

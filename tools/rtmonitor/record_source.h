@@ -23,24 +23,24 @@
 namespace rtmtool {
 
 struct SourceOptions {
-    std::string ecg;    // channel labels; empty = choose automatically
+    std::string ecg;  // channel labels; empty = choose automatically
     std::string resp;
-    std::string acc;    // "X,Y,Z"
+    std::string acc;  // "X,Y,Z"
     int32_t deviceId = 1;
 };
 
 // The usage text shared by the commands that read recordings.
-#define RTM_RECORDING_OPTIONS_USAGE \
-    "Recordings: a WFDB record (NAME.hea with its signal files; formats 8, 16, 24, 32, 61, 80, 160,\n" \
-    "212) or an EDF, EDF+, BDF or BDF+ file. Channels are chosen by label:\n" \
+#define RTM_RECORDING_OPTIONS_USAGE                                                                       \
+    "Recordings: a WFDB record (NAME.hea with its signal files; formats 8, 16, 24, 32, 61, 80, 160,\n"    \
+    "212) or an EDF, EDF+, BDF or BDF+ file. Channels are chosen by label:\n"                             \
     "  --ecg LABEL       ECG channel (default: II, MLII, a label with ECG/EKG, else another lead name)\n" \
-    "  --resp LABEL      respiration channel (default: a label with RESP, THOR or BREATH; else flat)\n" \
-    "  --acc X,Y,Z       accelerometer channels (default: labels with ACC ending in X, Y, Z; else a\n" \
-    "                    still sensor lying on the back)\n" \
-    "  --device ID       device id written into the frames (default 1)\n" \
-    "Scales: ECG counts = 512 + round(mV x 200), clipped to 0..1023 (uV and V are converted);\n" \
-    "respiration centred on 30000 and scaled so that its median 10-s peak-to-peak swing is 2000\n" \
-    "counts (any unit); accelerometer counts = 512 + round(g x 128) (mg and m/s^2 are converted).\n" \
+    "  --resp LABEL      respiration channel (default: a label with RESP, THOR or BREATH; else flat)\n"   \
+    "  --acc X,Y,Z       accelerometer channels (default: labels with ACC ending in X, Y, Z; else a\n"    \
+    "                    still sensor lying on the back)\n"                                               \
+    "  --device ID       device id written into the frames (default 1)\n"                                 \
+    "Scales: ECG counts = 512 + round(mV x 200), clipped to 0..1023 (uV and V are converted);\n"          \
+    "respiration centred on 30000 and scaled so that its median 10-s peak-to-peak swing is 2000\n"        \
+    "counts (any unit); accelerometer counts = 512 + round(g x 128) (mg and m/s^2 are converted).\n"      \
     "Rates are converted to 200 (ECG) and 25 (others) samples/s; the choices go to standard error.\n"
 
 class RecordSource {
@@ -57,8 +57,8 @@ public:
 
 private:
     struct Lane {
-        int channel = -1;        // index in the recording, -1 = substituted
-        double scale = 1;        // physical unit -> working unit (mV, g) or counts offset scale
+        int channel = -1;  // index in the recording, -1 = substituted
+        double scale = 1;  // physical unit -> working unit (mV, g) or counts offset scale
         double centre = 0;
         double lastValid = 0;
         bool haveValid = false;

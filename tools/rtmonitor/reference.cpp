@@ -62,8 +62,9 @@ bool readReference(const std::string& path, std::map<int64_t, RateReference>& ou
     const int breath = column(header, {"br_ref_bpm", "breath_rate", "br"});
     const int device = column(header, {"device"});
     if (time < 0 || (heart < 0 && breath < 0)) {
-        error = "the header needs a time column (frame, second, time or time_s) and a heart-rate (hr_ref_bpm, "
-                "heart_rate, hr) or breathing-rate (br_ref_bpm, breath_rate, br) column";
+        error =
+            "the header needs a time column (frame, second, time or time_s) and a heart-rate (hr_ref_bpm, "
+            "heart_rate, hr) or breathing-rate (br_ref_bpm, breath_rate, br) column";
         return false;
     }
     out.clear();

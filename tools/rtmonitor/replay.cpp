@@ -87,8 +87,8 @@ int runReplay(const std::vector<std::string>& args) {
     std::map<int64_t, RateReference> references;
     if (p.values.count("--reference")) {
         const std::string& refPath = p.values["--reference"];
-        if (!wantReport) return usageError("replay", "--reference is drawn in the report: add --report FILE.html",
-                                           kReplayUsage);
+        if (!wantReport)
+            return usageError("replay", "--reference is drawn in the report: add --report FILE.html", kReplayUsage);
         if (!readReference(refPath, references, error)) return fail(refPath + ": " + error);
     }
 
@@ -167,11 +167,10 @@ int runReplay(const std::vector<std::string>& args) {
         for (int32_t id : host.deviceIds()) {
             auto it = references.find(id);
             if (it == references.end()) it = references.find(kEveryDevice);
-            if (it != references.end())
-                report.setReference(id, it->second.heart, it->second.breath,
-                                    "reference");
+            if (it != references.end()) report.setReference(id, it->second.heart, it->second.breath, "reference");
         }
-        if (!report.write(p.values["--report"], error)) status = fail(p.values["--report"] + ": cannot write: " + error);
+        if (!report.write(p.values["--report"], error))
+            status = fail(p.values["--report"] + ": cannot write: " + error);
     }
     if (toFile || wantReport)
         std::fprintf(stderr, "rtmonitor replay: %" PRIu64 " frames of %zu device%s analysed\n", analysed,

@@ -83,8 +83,8 @@ struct Series {
 };
 
 const char* postureColor(int cls) {
-    static const char* const colors[] = {kPale, kOrange, kSky, kPurple, kGreen, kYellow, kBlue, kVermillion, kBlack,
-                                         kGrey};
+    static const char* const colors[] = {kPale,   kOrange, kSky,        kPurple, kGreen,
+                                         kYellow, kBlue,   kVermillion, kBlack,  kGrey};
     return cls >= 0 && cls <= 9 ? colors[cls] : "#ff00ff";
 }
 const char* qualityColor(int code) { return code == 1 ? kGreen : code == 0 ? kPale : "#ff00ff"; }
@@ -135,8 +135,8 @@ double drawCodeLegend(std::ostringstream& o, const CodeBand& b, double x, double
 
 // Points (x, y) as polylines, broken at NaN y, values clamped to [y0, y1].
 template <class PX, class PY>
-std::string polylineMarkup(const std::vector<std::pair<double, double>>& pts, const Series& s, PX px, PY py,
-                           double y0, double y1) {
+std::string polylineMarkup(const std::vector<std::pair<double, double>>& pts, const Series& s, PX px, PY py, double y0,
+                           double y1) {
     std::ostringstream o;
     std::string line;
     int count = 0;
@@ -173,7 +173,10 @@ public:
     static constexpr double kBandHeight = 12, kBandStep = 16;
 
     Plot(std::string series, int32_t device, std::string title, std::string xLabel, int height)
-        : series_(std::move(series)), device_(device), title_(std::move(title)), xLabel_(std::move(xLabel)),
+        : series_(std::move(series)),
+          device_(device),
+          title_(std::move(title)),
+          xLabel_(std::move(xLabel)),
           height_(height) {}
 
     void add(Series s) { lines_.push_back(std::move(s)); }
@@ -207,8 +210,8 @@ public:
             lx -= 6.6 * static_cast<double>(it->name.size()) + 34;
             o << "<line x1=\"" << fmt(lx) << "\" y1=\"14\" x2=\"" << fmt(lx + 20) << "\" y2=\"14\" stroke=\""
               << it->color << "\" stroke-width=\"2.5\"" << (it->dashed ? " stroke-dasharray=\"5,3\"" : "")
-              << (it->opacity < 1 ? " stroke-opacity=\"" + fmt(it->opacity, 2) + "\"" : "")
-              << "/><text x=\"" << fmt(lx + 24) << "\" y=\"18\" class=\"l\">" << escape(it->name) << "</text>\n";
+              << (it->opacity < 1 ? " stroke-opacity=\"" + fmt(it->opacity, 2) + "\"" : "") << "/><text x=\""
+              << fmt(lx + 24) << "\" y=\"18\" class=\"l\">" << escape(it->name) << "</text>\n";
         }
         grid(o, y0, y1, px, py, plotH);
         for (const Series& s : lines_) polylines(o, s, px, py, y0, y1);
@@ -256,19 +259,18 @@ private:
     void grid(std::ostringstream& o, double y0, double y1, PX px, PY py, double plotH) const {
         const double ys = niceStep(y1 - y0, 5);
         for (double v = std::ceil(y0 / ys) * ys; v <= y1 + 1e-9; v += ys) {
-            o << "<line x1=\"" << kLeft << "\" x2=\"" << kWidth - kRight << "\" y1=\"" << fmt(py(v))
-              << "\" y2=\"" << fmt(py(v)) << "\" class=\"g\"/><text x=\"" << kLeft - 6 << "\" y=\""
-              << fmt(py(v) + 4) << "\" class=\"a\" text-anchor=\"end\">" << tickLabel(v, ys) << "</text>\n";
+            o << "<line x1=\"" << kLeft << "\" x2=\"" << kWidth - kRight << "\" y1=\"" << fmt(py(v)) << "\" y2=\""
+              << fmt(py(v)) << "\" class=\"g\"/><text x=\"" << kLeft - 6 << "\" y=\"" << fmt(py(v) + 4)
+              << "\" class=\"a\" text-anchor=\"end\">" << tickLabel(v, ys) << "</text>\n";
         }
         const double xs = niceStep(x1_ - x0_, 10);
         for (double v = std::ceil(x0_ / xs) * xs; v <= x1_ + 1e-9; v += xs) {
-            o << "<line y1=\"" << kTop << "\" y2=\"" << fmt(kTop + plotH) << "\" x1=\"" << fmt(px(v))
-              << "\" x2=\"" << fmt(px(v)) << "\" class=\"g\"/><text y=\"" << fmt(kTop + plotH + 14)
-              << "\" x=\"" << fmt(px(v)) << "\" class=\"a\" text-anchor=\"middle\">" << tickLabel(v, xs)
-              << "</text>\n";
+            o << "<line y1=\"" << kTop << "\" y2=\"" << fmt(kTop + plotH) << "\" x1=\"" << fmt(px(v)) << "\" x2=\""
+              << fmt(px(v)) << "\" class=\"g\"/><text y=\"" << fmt(kTop + plotH + 14) << "\" x=\"" << fmt(px(v))
+              << "\" class=\"a\" text-anchor=\"middle\">" << tickLabel(v, xs) << "</text>\n";
         }
-        o << "<rect x=\"" << kLeft << "\" y=\"" << kTop << "\" width=\"" << kWidth - kLeft - kRight
-          << "\" height=\"" << fmt(plotH) << "\" class=\"f\"/>\n";
+        o << "<rect x=\"" << kLeft << "\" y=\"" << kTop << "\" width=\"" << kWidth - kLeft - kRight << "\" height=\""
+          << fmt(plotH) << "\" class=\"f\"/>\n";
         // The axis name sits left of the tick row, where nothing else is drawn.
         o << "<text x=\"" << kLeft - 12 << "\" y=\"" << fmt(kTop + plotH + 14) << "\" class=\"a\" text-anchor=\"end\">"
           << escape(xLabel_) << "</text>\n";
@@ -326,15 +328,16 @@ std::string posturePlot(int32_t device, const std::vector<int32_t>& reported, co
     const double n = std::max<double>(1.0, static_cast<double>(reported.size()));
     std::ostringstream o;
     o << "<svg class=\"plot\" data-device=\"" << device << "\" data-series=\"posture\" "
-      << "xmlns=\"http://www.w3.org/2000/svg\" width=\"" << kWidth << "\" height=\"" << height
-      << "\" viewBox=\"0 0 " << kWidth << ' ' << height << "\">\n";
+      << "xmlns=\"http://www.w3.org/2000/svg\" width=\"" << kWidth << "\" height=\"" << height << "\" viewBox=\"0 0 "
+      << kWidth << ' ' << height << "\">\n";
     o << "<rect x=\"0\" y=\"0\" width=\"" << kWidth << "\" height=\"" << height << "\" fill=\"#fff\"/>\n";
     o << "<text x=\"" << kLeft << "\" y=\"18\" class=\"t\">Posture class per second</text>\n";
     CodeBand lib{"posture", "library", reported, kPostureNames, 10, postureColor, postureName};
     drawRuns(o, lib, kTop, 28, n);
     if (truth) {
         CodeBand exp{"posture-expected", "expected", std::vector<int32_t>(truth->begin(), truth->end()),
-                     kPostureNames, 10, postureColor, postureName};
+                     kPostureNames,      10,         postureColor,
+                     postureName};
         drawRuns(o, exp, kTop + 34, 28, n);
     }
     const double axisY = kTop + 34.0 * bands;
@@ -370,8 +373,8 @@ constexpr double kPxPerMm = (kWidth - kLeft - kRight) / (kEcgRowSeconds * 25.0);
 
 double toMv(int32_t counts) { return (counts - kEcgZero) / kCountsPerMv; }
 
-std::string ecgPlot(int32_t device, const std::vector<double>& input, const std::vector<double>& display,
-                    double s0, double seconds, bool anyDisplay) {
+std::string ecgPlot(int32_t device, const std::vector<double>& input, const std::vector<double>& display, double s0,
+                    double seconds, bool anyDisplay) {
     // Rows span the stretch's range rounded out to 0.5 mV, at least 2 mV, at most 6 mV (clipped).
     double lo = 0, hi = 0;
     for (const std::vector<double>* v : {&input, &display})
@@ -414,8 +417,8 @@ std::string ecgPlot(int32_t device, const std::vector<double>& input, const std:
               << "\" x2=\"" << fmt(kLeft + k * mm) << "\" class=\"" << (k % 5 == 0 ? "em" : "ei") << "\"/>\n";
         o << "</g>\n";
         for (int k = 0; k <= hLines; k += 5)
-            o << "<text x=\"" << kLeft - 6 << "\" y=\"" << fmt(top + k * mm + 4) << "\" class=\"a\" text-anchor=\"end\">"
-              << tickLabel(hi - k / 10.0, 0.5) << "</text>\n";
+            o << "<text x=\"" << kLeft - 6 << "\" y=\"" << fmt(top + k * mm + 4)
+              << "\" class=\"a\" text-anchor=\"end\">" << tickLabel(hi - k / 10.0, 0.5) << "</text>\n";
         for (int sec = 0; sec <= kEcgRowSeconds; ++sec)
             o << "<text y=\"" << fmt(top + rowH + 14) << "\" x=\"" << fmt(kLeft + sec * 25 * mm)
               << "\" class=\"a\" text-anchor=\"middle\">" << tickLabel(t0 + sec, 1) << "</text>\n";
@@ -479,7 +482,8 @@ std::string clockText(size_t seconds) {
 
 }  // namespace
 
-Report::Report(std::string title, int stretchStart) : title_(std::move(title)), stretchStart_(std::max(0, stretchStart)) {}
+Report::Report(std::string title, int stretchStart)
+    : title_(std::move(title)), stretchStart_(std::max(0, stretchStart)) {}
 
 void Report::add(size_t device, const ParamsIn& in, const ParamsOut& out, const SecondTruth* truth) {
     if (device >= devices_.size()) devices_.resize(device + 1);
@@ -573,8 +577,7 @@ std::string Report::deviceSection(const Device& d) const {
         p.add({std::string("library, ") + band.name(judged), color, judgedSeries(rate, flag, judged), 0.5, 1, false,
                1.8});
         if (truth) p.add({"generator truth", kBlack, truthSeries(*truth), 0.5, 1, true, 1.3});
-        if (reference && !reference->empty())
-            p.add({ref->label, kBlack, truthSeries(*reference), 0.5, 1, true, 1.3});
+        if (reference && !reference->empty()) p.add({ref->label, kBlack, truthSeries(*reference), 0.5, 1, true, 1.3});
         if (median(rate) == 0) p.note(none);
         p.addBand(std::move(band));
         o << p.svg();
@@ -625,7 +628,8 @@ std::string Report::deviceSection(const Device& d) const {
             p.add(c0);
         }
         if (d.stretch.empty()) p.note("no frames");
-        else if (!(hi > lo)) p.note("respiration input constant at " + fmt(lo, 0) + ": no breathing signal, no display waveform");
+        else if (!(hi > lo))
+            p.note("respiration input constant at " + fmt(lo, 0) + ": no breathing signal, no display waveform");
         else if (!any) p.note("the library wrote no display waveform here");
         o << p.svg();
     }

@@ -60,7 +60,7 @@ private:
         std::vector<int> postureTrue;
         std::deque<StretchFrame> stretch;  // the last kStretchSeconds frames until frozen
         bool frozen = false;
-        size_t stretchFirst = 0;           // second of stretch.front()
+        size_t stretchFirst = 0;  // second of stretch.front()
     };
     struct Reference {
         std::vector<double> heart, breath;

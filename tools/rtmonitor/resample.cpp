@@ -43,8 +43,9 @@ bool StreamResampler::init(double inRate, double outRate, std::string& error) {
     }
     return true;
 #else
-    error = "this build of rtmonitor cannot convert sample rates (libsamplerate was not found when it was "
-            "built); install libsamplerate0-dev and rebuild";
+    error =
+        "this build of rtmonitor cannot convert sample rates (libsamplerate was not found when it was "
+        "built); install libsamplerate0-dev and rebuild";
     return false;
 #endif
 }

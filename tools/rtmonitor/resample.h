@@ -24,7 +24,7 @@ public:
     static bool available();  // true when built with libsamplerate
 
 private:
-    void* state_ = nullptr;   // SRC_STATE when converting
+    void* state_ = nullptr;  // SRC_STATE when converting
     double ratio_ = 1;
     std::vector<float> inBuf_, outBuf_;
 };

@@ -12,8 +12,8 @@ using rtm_synth::Activity;
 using rtm_synth::kPostureNotScored;
 using rtm_synth::Recording;
 using rtm_synth::SecondTruth;
-using rtm_synth::SynthOptions;
 using rtm_synth::synthesize;
+using rtm_synth::SynthOptions;
 
 const char* activityName(Activity a);
 

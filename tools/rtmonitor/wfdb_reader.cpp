@@ -4,8 +4,8 @@
 #include "wfdb_reader.h"
 
 #include <algorithm>
-#include <climits>
 #include <cerrno>
+#include <climits>
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
@@ -45,8 +45,11 @@ bool wholeInt(const std::string& text, long long lo, long long hi, long long& v)
 
 int bitsPerSample(int format) {
     switch (format) {
-        case 8: case 80: return 8;
-        case 16: case 61: case 160: return 16;
+        case 8:
+        case 80: return 8;
+        case 16:
+        case 61:
+        case 160: return 16;
         case 24: return 24;
         case 32: return 32;
         case 212: return 12;
@@ -299,7 +302,8 @@ bool WfdbRecord::openGroups(std::string& error) {
         g.last.assign(g.samplesPerFrame, 0);
         size_t slot = 0;
         for (size_t si : g.signals)
-            for (int k = 0; k < header_.signals[si].samplesPerFrame; ++k) g.last[slot++] = header_.signals[si].initialValue;
+            for (int k = 0; k < header_.signals[si].samplesPerFrame; ++k)
+                g.last[slot++] = header_.signals[si].initialValue;
     }
     frames_ = storedFrames_;
     queues_.assign(header_.signals.size(), {});
@@ -348,7 +352,9 @@ bool WfdbRecord::nextSample(Group& g, size_t slot, long long& value, bool& inval
             value = static_cast<int>(b[0]) - 128;
             invalid = value == -128;
             return true;
-        case 16: case 61: case 160:
+        case 16:
+        case 61:
+        case 160:
             if (!nextByte(g, b[0]) || !nextByte(g, b[1])) return false;
             value = g.format == 61 ? (b[0] << 8 | b[1]) : (b[1] << 8 | b[0]);
             value = g.format == 160 ? value - 32768 : signExtend(value, 16);
@@ -381,8 +387,7 @@ bool WfdbRecord::nextSample(Group& g, size_t slot, long long& value, bool& inval
             }
             invalid = value == -2048;
             return true;
-        default:
-            return false;
+        default: return false;
     }
 }
 
@@ -403,7 +408,8 @@ bool WfdbRecord::readStoredFrame(std::string& error) {
                     --toDrop_[si];
                     continue;
                 }
-                queues_[si].push_back(invalid ? std::numeric_limits<double>::quiet_NaN() : (static_cast<double>(v) - s.baseline) / s.gain);
+                queues_[si].push_back(invalid ? std::numeric_limits<double>::quiet_NaN()
+                                              : (static_cast<double>(v) - s.baseline) / s.gain);
             }
         }
     }
@@ -431,9 +437,9 @@ bool WfdbRecord::readBlock(std::vector<std::vector<double>>& blocks, std::string
 }
 
 std::string wfdbAnnotationLabel(int code) {
-    static const char* const kLabels[] = {
-        "",  "N", "L", "R", "a", "V", "F", "J", "A", "S", "E", "j", "/", "Q", "~", "",  "|", "",  "s", "T", "*",
-        "D", "\"", "=", "p", "B", "^", "t", "+", "u", "?", "!", "[", "]", "e", "n", "@", "x", "f", "(", ")", "r"};
+    static const char* const kLabels[] = {"",  "N", "L", "R", "a", "V", "F", "J", "A",  "S", "E", "j", "/", "Q",
+                                          "~", "",  "|", "",  "s", "T", "*", "D", "\"", "=", "p", "B", "^", "t",
+                                          "+", "u", "?", "!", "[", "]", "e", "n", "@",  "x", "f", "(", ")", "r"};
     if (code < 0 || code >= static_cast<int>(sizeof kLabels / sizeof kLabels[0])) return "";
     return kLabels[code];
 }

@@ -22,18 +22,18 @@ struct WfdbSignalSpec {
     int samplesPerFrame = 1;
     int skew = 0;
     uint64_t byteOffset = 0;
-    double gain = 200;          // stored units per physical unit
+    double gain = 200;  // stored units per physical unit
     double baseline = 0;
     std::string units = "mV";
-    int initialValue = 0;       // first sample, needed by the difference format 8
+    int initialValue = 0;  // first sample, needed by the difference format 8
     std::string description;
 };
 
 struct WfdbHeader {
     std::string name;
-    double frameRate = 250;     // frames per second
-    double counterRate = 0;     // counter frequency as stated (not needed for reading)
-    uint64_t frames = 0;        // 0 = unknown, read to the end of the signal files
+    double frameRate = 250;  // frames per second
+    double counterRate = 0;  // counter frequency as stated (not needed for reading)
+    uint64_t frames = 0;     // 0 = unknown, read to the end of the signal files
     std::vector<WfdbSignalSpec> signals;
 };
 
@@ -57,14 +57,14 @@ private:
         std::string file;
         int format = 0;
         uint64_t byteOffset = 0;
-        std::vector<size_t> signals;   // indices into header_.signals, in frame order
-        size_t samplesPerFrame = 0;    // of the whole group
+        std::vector<size_t> signals;  // indices into header_.signals, in frame order
+        size_t samplesPerFrame = 0;   // of the whole group
         std::unique_ptr<ByteSource> source;
         std::vector<unsigned char> buffer;
         size_t bufferPos = 0, bufferEnd = 0;
-        int pendingHigh = 0;           // format 212: the second sample of a pair
+        int pendingHigh = 0;  // format 212: the second sample of a pair
         bool havePending = false;
-        std::vector<long long> last;   // format 8: running value per group sample slot
+        std::vector<long long> last;  // format 8: running value per group sample slot
     };
     bool openGroups(std::string& error);
     bool readStoredFrame(std::string& error);
@@ -76,10 +76,10 @@ private:
     SourceOpener opener_;
     std::vector<ChannelInfo> channels_;
     std::vector<Group> groups_;
-    std::vector<std::deque<double>> queues_;   // physical samples per signal, skew applied
-    std::vector<uint64_t> toDrop_;             // samples still to drop for skew
-    uint64_t frames_ = 0;                      // output frames in the record
-    uint64_t storedFrames_ = 0;                // frames the files hold
+    std::vector<std::deque<double>> queues_;  // physical samples per signal, skew applied
+    std::vector<uint64_t> toDrop_;            // samples still to drop for skew
+    uint64_t frames_ = 0;                     // output frames in the record
+    uint64_t storedFrames_ = 0;               // frames the files hold
     uint64_t storedRead_ = 0, emitted_ = 0;
 };
 

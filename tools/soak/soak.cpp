@@ -25,10 +25,10 @@ namespace {
 using rtm_synth::DeviceRecording;
 using rtm_synth::Segment;
 
-constexpr int kCleanSeconds = 600;          // clean stretch after every disturbance
+constexpr int kCleanSeconds = 600;  // clean stretch after every disturbance
 constexpr int kRestartEverySeconds = 6 * 3600;
-constexpr int kSettledFrames = 10;          // a rate counts as back after 10 good frames in a row
-constexpr int64_t kFrameLimitNs = 10000000; // 10 ms
+constexpr int kSettledFrames = 10;           // a rate counts as back after 10 good frames in a row
+constexpr int64_t kFrameLimitNs = 10000000;  // 10 ms
 
 long procStatusKb(const char* key) {
     FILE* f = std::fopen("/proc/self/status", "r");
@@ -59,7 +59,7 @@ int disturbanceSeconds(Segment s) {
 }
 
 struct Recovery {
-    int heartSeconds = -1;   // -1: not recovered within the clean stretch
+    int heartSeconds = -1;  // -1: not recovered within the clean stretch
     int breathSeconds = -1;
 };
 
@@ -185,7 +185,8 @@ int main(int argc, char** argv) {
             const int64_t c0 = threadCpuNs();
             const auto w0 = std::chrono::steady_clock::now();
             processSignal(in, &out);
-            libNs += std::chrono::duration_cast<std::chrono::nanoseconds>(std::chrono::steady_clock::now() - w0).count();
+            libNs +=
+                std::chrono::duration_cast<std::chrono::nanoseconds>(std::chrono::steady_clock::now() - w0).count();
             const int64_t cpu = threadCpuNs() - c0;
             if (cpu > slowestNs) {
                 slowestNs = cpu;
@@ -204,16 +205,20 @@ int main(int argc, char** argv) {
             if (D.kind == Segment::Clean) {
                 D.heartRun = heartClose(out.nHeartRate, D.rec.ecg().rate()) ? D.heartRun + 1 : 0;
                 D.breathRun = breathClose(out.nBreathRate, D.rec.resp().rate()) ? D.breathRun + 1 : 0;
-                if (D.heartRun == kSettledFrames && D.rec0.heartSeconds < 0) D.rec0.heartSeconds = D.cleanAt + 1 - kSettledFrames;
-                if (D.breathRun == kSettledFrames && D.rec0.breathSeconds < 0) D.rec0.breathSeconds = D.cleanAt + 1 - kSettledFrames;
+                if (D.heartRun == kSettledFrames && D.rec0.heartSeconds < 0)
+                    D.rec0.heartSeconds = D.cleanAt + 1 - kSettledFrames;
+                if (D.breathRun == kSettledFrames && D.rec0.breathSeconds < 0)
+                    D.rec0.breathSeconds = D.cleanAt + 1 - kSettledFrames;
                 ++D.cleanAt;
             }
             // The clean stretch ends with this second: book how fast the rates came back.
             if (D.left == 1 && D.kind == Segment::Clean) {
                 TypeStats& ts = stats[static_cast<int>(D.after)];
                 ++ts.count;
-                if (D.rec0.heartSeconds >= 0) ts.heart.push_back(D.rec0.heartSeconds); else ++ts.heartMissed;
-                if (D.rec0.breathSeconds >= 0) ts.breath.push_back(D.rec0.breathSeconds); else ++ts.breathMissed;
+                if (D.rec0.heartSeconds >= 0) ts.heart.push_back(D.rec0.heartSeconds);
+                else ++ts.heartMissed;
+                if (D.rec0.breathSeconds >= 0) ts.breath.push_back(D.rec0.breathSeconds);
+                else ++ts.breathMissed;
                 if (D.rec0.heartSeconds < 0 || D.rec0.breathSeconds < 0) {
                     char msg[200];
                     std::snprintf(msg, sizeof msg, "device %d, clean stretch ending at %lds after %s: %s%s", D.id, s,
@@ -233,19 +238,27 @@ int main(int argc, char** argv) {
     const long allowanceKb = static_cast<long>((restarts * sizeof(UserDataStruct)) / 1024) + 1024;
 
     std::printf("soak: %d devices x %.1f simulated hours = %ld frames in %.1f s wall\n", devices, hours, frames, wall);
-    std::printf("soak: %.0f frames/s overall, %.0f frames/s inside processSignal; slowest frame %.3f ms CPU "
-                "(device %d at %lds, %s stretch), %ld over 10 ms\n",
-                frames / wall, frames / (libNs / 1e9), slowestNs / 1e6, slowestDevice, slowestAt,
-                rtm_synth::segmentName(slowestKind), slowFrames);
-    std::printf("soak: resident memory after 1 min: %ld kB (peak %ld kB); at the end: %ld kB (peak %ld kB); "
-                "%ld restarts keep %zu bytes each, allowance %ld kB\n",
-                rssStart, hwmStart, rssEnd, hwmEnd, restarts, sizeof(UserDataStruct), allowanceKb);
-    std::printf("soak: recovery (seconds of clean signal until the rate is within tolerance for %d s)\n", kSettledFrames);
-    std::printf("  %-11s %6s  %-30s  %-30s\n", "after", "count", "heart: median / max / missed", "breath: median / max / missed");
+    std::printf(
+        "soak: %.0f frames/s overall, %.0f frames/s inside processSignal; slowest frame %.3f ms CPU "
+        "(device %d at %lds, %s stretch), %ld over 10 ms\n",
+        frames / wall, frames / (libNs / 1e9), slowestNs / 1e6, slowestDevice, slowestAt,
+        rtm_synth::segmentName(slowestKind), slowFrames);
+    std::printf(
+        "soak: resident memory after 1 min: %ld kB (peak %ld kB); at the end: %ld kB (peak %ld kB); "
+        "%ld restarts keep %zu bytes each, allowance %ld kB\n",
+        rssStart, hwmStart, rssEnd, hwmEnd, restarts, sizeof(UserDataStruct), allowanceKb);
+    std::printf("soak: recovery (seconds of clean signal until the rate is within tolerance for %d s)\n",
+                kSettledFrames);
+    std::printf("  %-11s %6s  %-30s  %-30s\n", "after", "count", "heart: median / max / missed",
+                "breath: median / max / missed");
     for (int k = 0; k < 5; ++k) {
         TypeStats& ts = stats[k];
         if (ts.count == 0) continue;
-        auto med = [](std::vector<int>& v) { if (v.empty()) return -1; std::sort(v.begin(), v.end()); return v[v.size() / 2]; };
+        auto med = [](std::vector<int>& v) {
+            if (v.empty()) return -1;
+            std::sort(v.begin(), v.end());
+            return v[v.size() / 2];
+        };
         auto mx = [](const std::vector<int>& v) { return v.empty() ? -1 : *std::max_element(v.begin(), v.end()); };
         char h[64], b[64];
         std::snprintf(h, sizeof h, "%d / %d / %d", med(ts.heart), mx(ts.heart), ts.heartMissed);
@@ -263,8 +276,9 @@ int main(int argc, char** argv) {
         const int64_t a = retime(sf.first, seed, sf.second), b = retime(sf.first, seed, sf.second);
         const bool confirmed = a > kFrameLimitNs && b > kFrameLimitNs;
         confirmedSlow += confirmed ? 1 : 0;
-        std::printf("soak: slow frame of device %d at %lds timed again: %.3f ms, %.3f ms: %s\n", devs[static_cast<size_t>(sf.first)].id,
-                    sf.second, a / 1e6, b / 1e6, confirmed ? "CONFIRMED over 10 ms" : "not repeatable (machine load)");
+        std::printf("soak: slow frame of device %d at %lds timed again: %.3f ms, %.3f ms: %s\n",
+                    devs[static_cast<size_t>(sf.first)].id, sf.second, a / 1e6, b / 1e6,
+                    confirmed ? "CONFIRMED over 10 ms" : "not repeatable (machine load)");
     }
     const bool ok = failures.empty() && confirmedSlow == 0 && memoryOk;
     std::printf("soak: %s\n", ok ? "PASS" : "FAIL");

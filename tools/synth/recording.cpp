@@ -19,8 +19,8 @@ namespace rtm_synth {
 namespace {
 
 constexpr double kPi = 3.14159265358979323846;
-constexpr int kHeartRate = 200;   // ECG samples per second
-constexpr int kSlowRate = 25;     // respiration and accelerometer samples per second
+constexpr int kHeartRate = 200;  // ECG samples per second
+constexpr int kSlowRate = 25;    // respiration and accelerometer samples per second
 constexpr double kCountsPerG = 128.0;
 constexpr double kTurnSeconds = 3.0;
 constexpr double kHeartTruthWindow = 10.0;   // seconds
@@ -128,9 +128,8 @@ public:
         int start = 0;
         for (size_t i = 0; i < kSchedule.size(); ++i) {
             cumulative += kSchedule[i].weight;
-            const int end = (i + 1 == kSchedule.size())
-                                ? seconds_
-                                : static_cast<int>(std::lround(cumulative * seconds_));
+            const int end =
+                (i + 1 == kSchedule.size()) ? seconds_ : static_cast<int>(std::lround(cumulative * seconds_));
             for (int s = start; s < end && s < seconds_; ++s) {
                 activity_[static_cast<size_t>(s)] = kSchedule[i].activity;
                 goalHr[static_cast<size_t>(s)] = kSchedule[i].heartRate + hrJitter[i];
@@ -210,8 +209,8 @@ std::vector<BreathCycle> makeBreaths(const Timeline& tl, const SynthOptions& o, 
 
 // Cycle containing time t (cycles cover the whole recording).
 const BreathCycle& cycleAt(const std::vector<BreathCycle>& cycles, double t) {
-    auto it = std::upper_bound(cycles.begin(), cycles.end(), t,
-                               [](double v, const BreathCycle& c) { return v < c.onset; });
+    auto it =
+        std::upper_bound(cycles.begin(), cycles.end(), t, [](double v, const BreathCycle& c) { return v < c.onset; });
     if (it != cycles.begin()) --it;
     return *it;
 }
@@ -221,8 +220,8 @@ double breathPhase(const std::vector<BreathCycle>& cycles, double t) {
     return std::clamp((t - c.onset) / c.period, 0.0, 1.0);
 }
 
-std::vector<double> makeBeats(const Timeline& tl, const std::vector<BreathCycle>& breaths,
-                              const SynthOptions& o, Rng& rng) {
+std::vector<double> makeBeats(const Timeline& tl, const std::vector<BreathCycle>& breaths, const SynthOptions& o,
+                              Rng& rng) {
     const bool fixed = o.fixedHeartRate > 0;
     std::vector<double> beats;
     double t = fixed ? 0.5 : 0.3 + 0.4 * rng.uniform();
@@ -241,8 +240,8 @@ std::vector<double> makeBeats(const Timeline& tl, const std::vector<BreathCycle>
     return beats;
 }
 
-void renderEcg(const Timeline& tl, const std::vector<double>& beats,
-               const std::vector<BreathCycle>& breaths, Rng& rng, std::vector<double>& ecg) {
+void renderEcg(const Timeline& tl, const std::vector<double>& beats, const std::vector<BreathCycle>& breaths, Rng& rng,
+               std::vector<double>& ecg) {
     const double base = 220.0 + 60.0 * rng.uniform();
     const double stepHz = 1.8 + 0.1 * rng.uniform();
     const double wanderPhase = 2.0 * kPi * rng.uniform();
@@ -250,10 +249,9 @@ void renderEcg(const Timeline& tl, const std::vector<double>& beats,
         const double tr = beats[i];
         const double rr = i + 1 < beats.size() ? beats[i + 1] - tr : (i > 0 ? tr - beats[i - 1] : 1.0);
         const double u = breathPhase(breaths, tr);
-        const double amp = std::clamp(base * ecgGainFor(tl.activityAt(tr)) *
-                                          (1.0 + 0.06 * std::sin(2.0 * kPi * u)) *
-                                          (1.0 + 0.03 * rng.gauss()),
-                                      150.0, 350.0);
+        const double amp = std::clamp(
+            base * ecgGainFor(tl.activityAt(tr)) * (1.0 + 0.06 * std::sin(2.0 * kPi * u)) * (1.0 + 0.03 * rng.gauss()),
+            150.0, 350.0);
         // The T wave comes earlier at faster rates (QT shortens with rate).
         const double tWave = 0.30 * std::sqrt(std::clamp(rr, 0.3, 2.0));
         const long first = std::max(0L, static_cast<long>(std::ceil((tr - 0.3) * kHeartRate)));
@@ -267,8 +265,8 @@ void renderEcg(const Timeline& tl, const std::vector<double>& beats,
     for (size_t n = 0; n < ecg.size(); ++n) {
         const double t = static_cast<double>(n) / kHeartRate;
         double v = 18.0 * std::sin(2.0 * kPi * breathPhase(breaths, t)) +
-                   12.0 * std::sin(2.0 * kPi * 0.045 * t + wanderPhase) +
-                   1.5 * std::sin(2.0 * kPi * 50.0 * t + 0.3) + 2.5 * rng.gauss();
+                   12.0 * std::sin(2.0 * kPi * 0.045 * t + wanderPhase) + 1.5 * std::sin(2.0 * kPi * 50.0 * t + 0.3) +
+                   2.5 * rng.gauss();
         if (tl.activityAt(t) == Activity::Walking) {
             // Electrode motion and muscle noise at every step.
             v += 30.0 * std::sin(2.0 * kPi * stepHz * t + 0.7) + 6.0 * rng.gauss();
@@ -286,9 +284,8 @@ int toCounts(double v, int lo, int hi) {
 Recording synthesize(const SynthOptions& o) {
     Recording rec;
     if (o.seconds <= 0) return rec;
-    Rng scheduleRng(streamSeed(o.seed, 1)), breathRng(streamSeed(o.seed, 2)),
-        beatRng(streamSeed(o.seed, 3)), ecgRng(streamSeed(o.seed, 4)),
-        respNoiseRng(streamSeed(o.seed, 5)), accRng(streamSeed(o.seed, 6));
+    Rng scheduleRng(streamSeed(o.seed, 1)), breathRng(streamSeed(o.seed, 2)), beatRng(streamSeed(o.seed, 3)),
+        ecgRng(streamSeed(o.seed, 4)), respNoiseRng(streamSeed(o.seed, 5)), accRng(streamSeed(o.seed, 6));
     const Timeline tl(o, scheduleRng);
     const std::vector<BreathCycle> breaths = makeBreaths(tl, o, breathRng);
     rec.beatTimes = makeBeats(tl, breaths, o, beatRng);
@@ -373,8 +370,7 @@ Recording synthesize(const SynthOptions& o) {
         tr.targetBreathRate = tl.breathRateAt(end);
         // Beats and cycles are ascending, so each window is one contiguous run.
         const auto& bt = rec.beatTimes;
-        size_t b = static_cast<size_t>(
-            std::upper_bound(bt.begin(), bt.end(), end - kHeartTruthWindow) - bt.begin());
+        size_t b = static_cast<size_t>(std::upper_bound(bt.begin(), bt.end(), end - kHeartTruthWindow) - bt.begin());
         if (b == 0) b = 1;
         double rrSum = 0;
         int rrCount = 0;

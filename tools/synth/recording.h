@@ -17,20 +17,20 @@ namespace rtm_synth {
 enum class Activity { Supine, RightSide, LeftSide, Upright, Walking };
 
 struct SynthOptions {
-    int seconds = 240;          // length of the recording, one frame per second
+    int seconds = 240;  // length of the recording, one frame per second
     uint32_t seed = 1;
     int32_t deviceId = 1;
-    double fixedHeartRate = 0;  // > 0: hold this heart rate (beats/min) throughout, no variability
-    double fixedBreathRate = 0; // > 0: hold this breathing rate (breaths/min) throughout
+    double fixedHeartRate = 0;   // > 0: hold this heart rate (beats/min) throughout, no variability
+    double fixedBreathRate = 0;  // > 0: hold this breathing rate (breaths/min) throughout
 };
 
 // Posture class the library should report for a second; 0 while the wearer turns (not scored).
 constexpr int kPostureNotScored = 0;
 
 struct SecondTruth {
-    double heartRate = 0;   // beats/min: 60 / mean RR of the beats in the trailing 10 s (0: too few)
-    double breathRate = 0;  // breaths/min: 60 / mean period of the breaths ending in the trailing 30 s
-    double targetHeartRate = 0;   // the schedule's rate at the end of the second
+    double heartRate = 0;        // beats/min: 60 / mean RR of the beats in the trailing 10 s (0: too few)
+    double breathRate = 0;       // breaths/min: 60 / mean period of the breaths ending in the trailing 30 s
+    double targetHeartRate = 0;  // the schedule's rate at the end of the second
     double targetBreathRate = 0;
     int posture = kPostureNotScored;
     Activity activity = Activity::Supine;

@@ -9,18 +9,18 @@
 namespace rtm_synth {
 
 struct Beat {
-    double time = 0;      // R peak, seconds
-    double qrsMv = 1;     // signed: negative for an inverted complex
+    double time = 0;   // R peak, seconds
+    double qrsMv = 1;  // signed: negative for an inverted complex
     double qrsWidth = 0.07;
-    double tMv = 0.2;     // signed
+    double tMv = 0.2;  // signed
     bool pWave = true;
 };
 
 struct TestPatternOptions {
     double seconds = 40;
-    double mainsHz = 0, mainsMv = 0;   // sine interference
-    double wanderHz = 0, wanderMv = 0; // baseline wander
-    double noiseMv = 0;                // Gaussian noise, rms
+    double mainsHz = 0, mainsMv = 0;    // sine interference
+    double wanderHz = 0, wanderMv = 0;  // baseline wander
+    double noiseMv = 0;                 // Gaussian noise, rms
     unsigned long long noiseSeed = 1;
 };
 

@@ -90,15 +90,14 @@ void DeviceRecording::fill(ParamsIn& f, Segment kind) {
         hpos_ += 1;
         const double t = hpos_ * kHeartSampleSeconds;
         switch (kind) {
-            case Segment::Clean:
-                v += 2.0 * rng_.gauss();
-                break;
+            case Segment::Clean: v += 2.0 * rng_.gauss(); break;
             case Segment::Noisy:
-                v += 14.0 * rng_.gauss() + 35.0 * std::sin(kTwoPi * 0.27 * t) +
-                     9.0 * std::sin(kTwoPi * 50.0 * t);
+                v += 14.0 * rng_.gauss() + 35.0 * std::sin(kTwoPi * 0.27 * t) + 9.0 * std::sin(kTwoPi * 50.0 * t);
                 break;
             case Segment::Flat: v = 1023.0; break;
-            case Segment::OverRange: v = (static_cast<int>(t * 3.0) & 1) ? 1023.0 + 600.0 * rng_.uniform() : -600.0 * rng_.uniform(); break;
+            case Segment::OverRange:
+                v = (static_cast<int>(t * 3.0) & 1) ? 1023.0 + 600.0 * rng_.uniform() : -600.0 * rng_.uniform();
+                break;
             case Segment::Dead: v = 0.0; break;
         }
         f.nHeartData[i] = clampCount(v, -4096.0, 4096.0);
@@ -136,7 +135,6 @@ void DeviceRecording::fill(ParamsIn& f, Segment kind) {
         f.nAccZ[i] = clampCount(az, 0.0, 1023.0);
     }
 }
-
 
 uint64_t fingerprint(const ParamsOut& out) {
     const unsigned char* p = reinterpret_cast<const unsigned char*>(&out);
