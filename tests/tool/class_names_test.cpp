@@ -1,4 +1,4 @@
-// One set of class names: the README's CSV documentation, `replay --help` and the report all
+// One set of class names: the tool guide's CSV documentation, `replay --help` and the report all
 // list the codes from the tool's tables, word for word.
 #include <string>
 
@@ -10,15 +10,15 @@ namespace {
 
 using ClassNamesTest = ToolTest;
 
-TEST_F(ClassNamesTest, ReadmeHelpAndReportUseTheTables) {
-    const std::string readme = readFile(std::string(RTM_SOURCE_DIR) + "/README.md");
+TEST_F(ClassNamesTest, GuideHelpAndReportUseTheTables) {
+    const std::string readme = readFile(std::string(RTM_SOURCE_DIR) + "/docs/tool.md");
     ASSERT_FALSE(readme.empty());
     const RunResult help = run("replay --help");
     ASSERT_EQ(help.status, 0);
     for (const std::string& list :
          {rtmtool::codeList(rtmtool::kPostureNames), rtmtool::codeList(rtmtool::kHeartStatusNames),
           rtmtool::codeList(rtmtool::kBreathStateNames)}) {
-        EXPECT_NE(readme.find(list), std::string::npos) << "README lacks: " << list;
+        EXPECT_NE(readme.find(list), std::string::npos) << "docs/tool.md lacks: " << list;
         EXPECT_NE(help.out.find(list), std::string::npos) << "replay --help lacks: " << list;
     }
     // The report's posture legend and summary table use the same names.
