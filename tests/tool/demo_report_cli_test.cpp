@@ -1,8 +1,10 @@
 // End to end through the built tool: the HTML report's structure (one self-contained plot per
 // series and device with the quality and status bands and the ECG grid, a summary row per
-// device, the demo's truth and summary, a replay's reference) and usage errors.
+// device, the demo's truth and summary, a replay's reference), one set of class names in the
+// README, `replay --help` and the report, and usage errors.
 #include <string>
 
+#include "classes.h"
 #include "tool_runner.h"
 
 namespace tooltest {
@@ -62,6 +64,25 @@ TEST_F(DemoReportTest, ReplayOfASharedRecordingDrawsItsReference) {
     EXPECT_NE(bad.err.find("time column"), std::string::npos) << bad.err;
     EXPECT_TRUE(bad.out.empty());
     EXPECT_FALSE(std::filesystem::exists(path("b.html")));
+}
+
+TEST_F(DemoReportTest, ReadmeHelpAndReportUseTheClassTables) {
+    const std::string readme = readFile(std::string(RTM_SOURCE_DIR) + "/README.md");
+    ASSERT_FALSE(readme.empty());
+    const RunResult help = run("replay --help");
+    ASSERT_EQ(help.status, 0);
+    for (const std::string& list :
+         {rtmtool::codeList(rtmtool::kPostureNames), rtmtool::codeList(rtmtool::kHeartStatusNames),
+          rtmtool::codeList(rtmtool::kBreathStateNames)}) {
+        EXPECT_NE(readme.find(list), std::string::npos) << "README lacks: " << list;
+        EXPECT_NE(help.out.find(list), std::string::npos) << "replay --help lacks: " << list;
+    }
+    // The report's posture legend and summary table use the same names.
+    ASSERT_EQ(run("demo --minutes 4 --report " + path("d.html")).status, 0);
+    const std::string html = readFile(path("d.html"));
+    for (int c : {1, 2, 4, 5, 7})
+        EXPECT_NE(html.find(std::to_string(c) + " " + rtmtool::postureName(c) + "</text>"), std::string::npos) << c;
+    EXPECT_NE(html.find(std::string(rtmtool::postureName(7)) + " 0:"), std::string::npos);
 }
 
 TEST_F(DemoReportTest, UsageErrorsExitWithTwoAndShowTheUsage) {

@@ -24,9 +24,6 @@ TEST_F(ReplayTest, SynthThenReplayGivesTheDemoResultsForTheSameSeed) {
     const std::string fromDemo = readFile(path("demo.csv"));
     EXPECT_EQ(lines(fromDemo).size(), 121u);
     EXPECT_EQ(readFile(path("replay.csv")), fromDemo);
-    // Another seed gives another recording.
-    ASSERT_EQ(run("synth --minutes 2 --seed 8 --out " + path("t.frames")).status, 0);
-    EXPECT_NE(readFile(path("t.frames")), readFile(path("s.frames")));
 }
 
 TEST_F(ReplayTest, InterleavedDevicesAreAnalysedIndependently) {

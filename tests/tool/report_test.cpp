@@ -10,21 +10,18 @@
 #include <gtest/gtest.h>
 
 #include "report.h"
+#include "tool_runner.h"
 
 namespace rtmtool {
 namespace {
+
+using tooltest::count;
 
 std::string plotOf(const std::string& html, int device, const std::string& series) {
     const std::string key = "data-device=\"" + std::to_string(device) + "\" data-series=\"" + series + "\"";
     const size_t at = html.find(key);
     if (at == std::string::npos) return "";
     return html.substr(at, html.find("</svg>", at) - at);
-}
-
-size_t count(const std::string& text, const std::string& what) {
-    size_t n = 0;
-    for (size_t p = text.find(what); p != std::string::npos; p = text.find(what, p + what.size())) ++n;
-    return n;
 }
 
 // Frames whose ECG input is 512 + the second, so the stretch shown can be read off the axis.
