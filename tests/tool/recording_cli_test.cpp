@@ -130,7 +130,6 @@ TEST_F(RecordingTest, BadRecordsExitOneNamingTheFileAndLeaveNoOutput) {
     writeWfdb(12);
     expectRefused("import " + path("r.hea") + " --ecg V9", "no ECG signal labelled 'V9' (signals: 'MLII', 'RESP')");
     expectRefused("import " + path("nothing.hea"), "nothing.hea: no such header file");
-    EXPECT_EQ(run("import " + path("r.hea")).status, 2);  // --out is required
 }
 
 #ifdef RTM_HAVE_EDFLIB

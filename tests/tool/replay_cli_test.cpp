@@ -130,14 +130,5 @@ TEST_F(ReplayTest, AFileThatDoesNotLookLikeFramesDrawsAWarning) {
     }
 }
 
-TEST_F(ReplayTest, NegativeAtSaysItMustBeZeroOrMore) {
-    for (const char* command : {"demo", "replay x.frames"}) {
-        const RunResult r = run(std::string(command) + " --at -5");
-        EXPECT_EQ(r.status, 2) << command;
-        EXPECT_NE(r.err.find("--at must be 0 or more seconds"), std::string::npos) << r.err;
-        EXPECT_EQ(r.err.find("whole number"), std::string::npos) << r.err;
-    }
-}
-
 }  // namespace
 }  // namespace tooltest
