@@ -100,9 +100,13 @@ TEST(Snapshots, AFreshHandleSavesAtTheStartOfAnyLargeEnoughBuffer) {
     EXPECT_TRUE(std::equal(fresh.begin(), fresh.end(), big.begin()));
 }
 
-TEST(Snapshots, EverySingleHeaderByteChangeIsRefused) {
+// A running device's snapshot, and another handle to load changed copies into.
+struct CorruptSnapshots : ::testing::Test {
     Running r;
     Handle dev = makeHandle();
+};
+
+TEST_F(CorruptSnapshots, EverySingleHeaderByteChangeIsRefused) {
     for (std::size_t i = 0; i < rtm::kSnapshotHeaderBytes; ++i) {
         for (unsigned char flip : {0x01, 0x80, 0xFF}) {
             Bytes b = r.snapshot;
@@ -112,9 +116,7 @@ TEST(Snapshots, EverySingleHeaderByteChangeIsRefused) {
     }
 }
 
-TEST(Snapshots, ChangedPayloadBytesAreRefused) {
-    Running r;
-    Handle dev = makeHandle();
+TEST_F(CorruptSnapshots, ChangedPayloadBytesAreRefused) {
     std::mt19937 rng(7);
     for (int n = 0; n < 200; ++n) {
         Bytes b = r.snapshot;
@@ -124,9 +126,7 @@ TEST(Snapshots, ChangedPayloadBytesAreRefused) {
     }
 }
 
-TEST(Snapshots, TruncatedAndOverlongBuffersAreRefused) {
-    Running r;
-    Handle dev = makeHandle();
+TEST_F(CorruptSnapshots, TruncatedAndOverlongBuffersAreRefused) {
     const std::size_t size = r.snapshot.size();
     Bytes longer = r.snapshot;
     longer.push_back(0);
@@ -136,8 +136,7 @@ TEST(Snapshots, TruncatedAndOverlongBuffersAreRefused) {
     for (std::size_t len : lengths) expectRefused(dev.get(), r.snapshot.data(), len, "length " + std::to_string(len));
 }
 
-TEST(Snapshots, RandomBuffersAreRefused) {
-    Handle dev = makeHandle();
+TEST_F(CorruptSnapshots, RandomBuffersAreRefused) {
     std::mt19937 rng(11);
     Bytes b(rtm_device_state_size());
     for (int n = 0; n < 20; ++n) {
@@ -150,10 +149,8 @@ TEST(Snapshots, RandomBuffersAreRefused) {
 
 // A forged state sealed with this build's header and checksum: what the analysers could never
 // produce is refused, whatever they could is accepted.
-class ForgedState : public ::testing::Test {
+class ForgedState : public CorruptSnapshots {
 protected:
-    Running r;
-    Handle dev = makeHandle();
     std::unique_ptr<UserDataStruct> state{new UserDataStruct()};
 
     void SetUp() override {
