@@ -84,9 +84,8 @@ TEST_F(RecordingTest, WfdbRecordImportsReplaysAndEvaluatesAtItsRates) {
     writeWfdb(90);
     const RunResult imp = run("import " + path("r.hea") + " --out " + path("r.frames"));
     ASSERT_EQ(imp.status, 0) << imp.err;
+    // The notes' wording is the conversion unit test's; here the record's own rate must show.
     EXPECT_NE(imp.err.find("ECG: signal 'MLII' (360 samples/s"), std::string::npos) << imp.err;
-    EXPECT_NE(imp.err.find("respiration: signal 'RESP'"), std::string::npos) << imp.err;
-    EXPECT_NE(imp.err.find("accelerometer: none; a still sensor"), std::string::npos) << imp.err;
     ASSERT_EQ(std::filesystem::file_size(path("r.frames")), 90 * kFrameBytes);
 
     // Replaying the record directly gives what replaying its import gives.

@@ -93,8 +93,6 @@ TEST(Report, RatesAreFaintWhereNotJudgedWithTheFlagsAsBands) {
     }
     // Each flag as a band of runs: judged then not.
     const std::string hr = plotOf(html, 4, "heart-rate"), br = plotOf(html, 4, "breath-rate");
-    ASSERT_NE(hr.find("data-band=\"quality\""), std::string::npos);
-    ASSERT_NE(br.find("data-band=\"breath-state\""), std::string::npos);
     EXPECT_NE(hr.find("0-25 s: 1 good quality"), std::string::npos);
     EXPECT_NE(hr.find("25-50 s: 0 not judged or poor"), std::string::npos);
     EXPECT_NE(br.find("0-25 s: 1 regular breathing"), std::string::npos);
