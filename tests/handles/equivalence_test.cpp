@@ -1,20 +1,20 @@
 // Handles against the registry: a handle fed a device's frames gives, word for word, the output
 // records processSignal gives that device, on synthetic streams with disturbances, restarts and
-// sequence gaps and on the shared recordings (skipped when the data folder is absent).
+// sequence gaps and on the shared recordings (skipped when the data folder is absent). That
+// handles share nothing is the concurrent-handles stress test's job.
 #include <gtest/gtest.h>
 
 #include <cstring>
 #include <memory>
 
-#include "handles/handle_streams.h"
+#include "support/streams.h"
 
 namespace {
 
-using rtm_handles::firstDifferentWord;
+using rtm_test::firstDifferentWord;
 
-using Handle = std::unique_ptr<rtm_device, void (*)(rtm_device*)>;
-Handle makeHandle() { return Handle(rtm_device_create(), rtm_device_destroy); }
-
+using rtm_test::Handle;
+using rtm_test::makeHandle;
 // Runs the frames through a registry device and a handle side by side. Output records start
 // from different garbage on purpose: every word must be written, not left over.
 void expectSameOutputs(const std::vector<ParamsIn>& frames, int id) {
@@ -31,7 +31,7 @@ void expectSameOutputs(const std::vector<ParamsIn>& frames, int id) {
         // The handle ignores the id: give it another one.
         in.nDeviceId = id + 1;
         ASSERT_EQ(rtm_device_process(dev.get(), &in, &viaHandle), 1);
-        ASSERT_TRUE(rtm_handles::sameWords(viaRegistry, viaHandle))
+        ASSERT_TRUE(rtm_test::sameOutput(viaRegistry, viaHandle))
             << "frame " << k << ", first different word " << firstDifferentWord(viaRegistry, viaHandle);
     }
     freeDevice(id);
@@ -40,14 +40,14 @@ void expectSameOutputs(const std::vector<ParamsIn>& frames, int id) {
 TEST(HandleEquivalence, SyntheticStreamsWithDisturbancesRestartsAndGaps) {
     for (uint64_t seed : {3u, 58u, 911u}) {
         SCOPED_TRACE(seed);
-        expectSameOutputs(rtm_handles::disturbedStream(77, seed, 400), 600 + static_cast<int>(seed));
+        expectSameOutputs(rtm_test::disturbedStream(77, seed, 400), 600 + static_cast<int>(seed));
     }
 }
 
 TEST(HandleEquivalence, SharedRecordings) {
     int found = 0;
     for (const char* name : {"100", "03700181", "v102s"}) {
-        const std::vector<ParamsIn> frames = rtm_handles::recording(name);
+        const std::vector<ParamsIn> frames = rtm_test::recording(name);
         if (frames.empty()) continue;
         ++found;
         SCOPED_TRACE(name);
@@ -56,32 +56,16 @@ TEST(HandleEquivalence, SharedRecordings) {
     if (found == 0) GTEST_SKIP() << "shared recordings not found in " << RTM_DATA_DIR;
 }
 
-// Handles share nothing: interleaving two devices frame by frame gives each the outputs it
-// gets alone.
-TEST(HandleEquivalence, InterleavedHandlesStayApart) {
-    const auto a = rtm_handles::disturbedStream(1, 5, 150);
-    const auto b = rtm_handles::disturbedStream(1, 6, 150);
-    Handle ha = makeHandle(), hb = makeHandle(), solo = makeHandle();
-    std::vector<ParamsOut> alone(a.size());  // zeroed: a restart frame leaves the heart wave as it found it
-    for (std::size_t k = 0; k < a.size(); ++k) rtm_device_process(solo.get(), &a[k], &alone[k]);
-    for (std::size_t k = 0; k < a.size(); ++k) {
-        ParamsOut oa{}, ob{};
-        rtm_device_process(ha.get(), &a[k], &oa);
-        rtm_device_process(hb.get(), &b[k], &ob);
-        ASSERT_TRUE(rtm_handles::sameWords(oa, alone[k])) << "frame " << k;
-    }
-}
-
 TEST(HandleInterface, NullArgumentsAreRefusedWithoutEffect) {
     Handle dev = makeHandle();
-    ParamsIn in = rtm_handles::disturbedStream(1, 9, 1)[0];
+    ParamsIn in = rtm_test::disturbedStream(1, 9, 1)[0];
     ParamsOut out;
     std::memset(&out, 0x33, sizeof out);
     const ParamsOut untouched = out;
     EXPECT_EQ(rtm_device_process(nullptr, &in, &out), 0);
     EXPECT_EQ(rtm_device_process(dev.get(), nullptr, &out), 0);
     EXPECT_EQ(rtm_device_process(dev.get(), &in, nullptr), 0);
-    EXPECT_TRUE(rtm_handles::sameWords(out, untouched));
+    EXPECT_TRUE(rtm_test::sameOutput(out, untouched));
     rtm_device_destroy(nullptr);
 
     std::vector<unsigned char> buf(rtm_device_state_size());
@@ -97,7 +81,7 @@ TEST(HandleInterface, NullArgumentsAreRefusedWithoutEffect) {
     ParamsOut a, b;
     rtm_device_process(dev.get(), &in, &a);
     rtm_device_process(fresh.get(), &in, &b);
-    EXPECT_TRUE(rtm_handles::sameWords(a, b));
+    EXPECT_TRUE(rtm_test::sameOutput(a, b));
 }
 
 TEST(HandleInterface, VersionMatchesTheHeader) {

@@ -3,13 +3,13 @@
 // stability mark with its reference learning. Candidate rings are built directly.
 #include <gtest/gtest.h>
 
-#include "heart/beat_fixture.h"
+#include "heart/heart_run.h"
 
 namespace {
 
 // A regular history: every candidate typed 1 with RR 100 samples, QRS width 16 samples, rate
 // 120/min, main-peak amplitude at the mean R-peak of 1000; the artefact gate opened.
-class HeartBeatType : public heart_test::BeatTest {
+class HeartBeatType : public heart_run::BeatTest {
 protected:
     void SetUp() override {
         for (int s = 0; s < 20; ++s) {

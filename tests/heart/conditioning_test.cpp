@@ -6,9 +6,9 @@
 #include <numeric>
 #include <vector>
 
-#include "heart/beat_fixture.h"
+#include "heart/heart_run.h"
 
-using HeartConditioning = heart_test::BeatTest;
+using HeartConditioning = heart_run::BeatTest;
 
 TEST_F(HeartConditioning, LowPassSettlesToTheTruncatedGainAndWrapsAt32Bits) {
     for (int c : {-777, 123457, 2000000}) {

@@ -1,7 +1,8 @@
 // Test helpers for the cardiac analyser: the shared generator's ECG at 200 samples/s in raw
 // counts on a 512 baseline (packet peak-to-peak stays under 950 for R up to 350 counts),
-// disturbed packets, and an analyser in zeroed storage (as a value-initialised device record
-// provides it) started with mode 1 and fed consecutively numbered packets.
+// disturbed packets, and analysers in zeroed storage (as a value-initialised device record
+// provides it; a few words are written by no routine and must start at 0): reset for direct
+// calls, or started with mode 1 and fed consecutively numbered packets.
 #pragma once
 
 #include <cmath>
@@ -9,12 +10,32 @@
 #include <memory>
 #include <vector>
 
+#include <gtest/gtest.h>
+
 #include "rtmonitor/CBeatMeasure.h"
 #include "synth/vitals.h"
 
 namespace heart_run {
 
 using Packet = std::vector<int>;
+
+// Value-initialising the holder zero-fills the analyser before its constructor runs.
+struct BeatHolder {
+    CBeatMeasure beat;
+};
+
+inline std::unique_ptr<BeatHolder> makeAnalyser() {
+    auto holder = std::make_unique<BeatHolder>();
+    holder->beat.EcgAnalysisInit(0);
+    return holder;
+}
+
+// One freshly initialised analyser per test, reachable as `b`.
+class BeatTest : public ::testing::Test {
+protected:
+    std::unique_ptr<BeatHolder> h = makeAnalyser();
+    CBeatMeasure& b = h->beat;
+};
 
 // The shared generator's ECG as a metronome: fixed RR interval and R height, no noise.
 struct Ecg {
@@ -42,7 +63,7 @@ struct Output {
 
 class Feeder {
 public:
-    Feeder() : holder_(std::make_unique<Holder>()) { send(0, 1, Packet(200, 512)); }
+    Feeder() : holder_(std::make_unique<BeatHolder>()) { send(0, 1, Packet(200, 512)); }
     CBeatMeasure& beat() { return holder_->beat; }
     Output send(int seq, int mode, Packet p) {
         Output o;
@@ -58,10 +79,7 @@ public:
     int seq = 0;
 
 private:
-    struct Holder {
-        CBeatMeasure beat;
-    };
-    std::unique_ptr<Holder> holder_;  // value-initialised: zeroed before the constructor runs
+    std::unique_ptr<BeatHolder> holder_;
 };
 
 }  // namespace heart_run

@@ -8,10 +8,10 @@
 #include <initializer_list>
 #include <tuple>
 
-#include "heart/beat_fixture.h"
+#include "heart/heart_run.h"
 
-using heart_test::makeAnalyser;
-using HeartState = heart_test::BeatTest;
+using heart_run::makeAnalyser;
+using HeartState = heart_run::BeatTest;
 
 namespace {
 

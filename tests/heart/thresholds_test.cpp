@@ -3,9 +3,9 @@
 // missed-peak search with its shape, dominance and spacing tests.
 #include <gtest/gtest.h>
 
-#include "heart/beat_fixture.h"
+#include "heart/heart_run.h"
 
-using HeartThresholds = heart_test::BeatTest;
+using HeartThresholds = heart_run::BeatTest;
 
 namespace {
 constexpr int kRing = 4000;

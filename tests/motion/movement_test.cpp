@@ -52,33 +52,25 @@ struct SlowActivity {
     }
 };
 
-TEST(Activity, MatchesTheObviousFilterOnWalkingLikeInput) {
-    CPedometerPro fast;
-    fast.PedometerProInit();
-    SlowActivity slow;
+TEST(Activity, MatchesTheObviousFilterOnWalkingAndExtremeInput) {
     std::mt19937 rng(5);
     std::normal_distribution<double> jitter(0.0, 30.0);
-    for (int i = 0; i < 3000; ++i) {
-        const double phase = i * 2.0 * M_PI / 12.5;  // two steps per second at 25 samples/s
-        const int x = static_cast<int>(512 + 60 * std::sin(phase) + jitter(rng));
-        const int y = static_cast<int>(512 + 30 * std::cos(phase) + jitter(rng));
-        const int z = static_cast<int>(640 + 90 * std::sin(2 * phase) + jitter(rng));
-        int m = -1;
-        EXPECT_EQ(fast.nCountStepNum(x, y, z, m), 0);
-        ASSERT_EQ(m, slow.magnitude(x, y, z)) << "sample " << i;
-    }
-}
-
-TEST(Activity, ExtremeSamplesStayDefined) {
-    CPedometerPro f;
-    f.PedometerProInit();
-    SlowActivity slow;
-    const int values[] = {INT32_MIN, INT32_MAX, 0, INT32_MIN, -1, INT32_MAX, INT32_MAX};
-    for (int i = 0; i < 400; ++i) {
-        const int v = values[i % 7];
-        int m = 0;
-        f.nCountStepNum(v, values[(i + 3) % 7], values[(i + 5) % 7], m);
-        ASSERT_EQ(m, slow.magnitude(v, values[(i + 3) % 7], values[(i + 5) % 7])) << "sample " << i;
+    const int extremes[] = {INT32_MIN, INT32_MAX, 0, INT32_MIN, -1, INT32_MAX, INT32_MAX};
+    for (bool extreme : {false, true}) {
+        CPedometerPro fast;
+        fast.PedometerProInit();
+        SlowActivity slow;
+        for (int i = 0; i < (extreme ? 400 : 3000); ++i) {
+            const double phase = i * 2.0 * M_PI / 12.5;  // two steps per second at 25 samples/s
+            const int x = extreme ? extremes[i % 7] : static_cast<int>(512 + 60 * std::sin(phase) + jitter(rng));
+            const int y = extreme ? extremes[(i + 3) % 7] : static_cast<int>(512 + 30 * std::cos(phase) + jitter(rng));
+            const int z =
+                extreme ? extremes[(i + 5) % 7] : static_cast<int>(640 + 90 * std::sin(2 * phase) + jitter(rng));
+            int m = -1;
+            const int steps = fast.nCountStepNum(x, y, z, m);
+            EXPECT_TRUE(extreme || steps == 0);
+            ASSERT_EQ(m, slow.magnitude(x, y, z)) << (extreme ? "extreme" : "walking") << " sample " << i;
+        }
     }
 }
 

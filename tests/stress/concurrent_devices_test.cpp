@@ -11,8 +11,7 @@
 #include <thread>
 #include <vector>
 
-#include "rtmonitor.h"
-#include "synth/vitals.h"
+#include "support/streams.h"
 
 namespace {
 
@@ -37,21 +36,12 @@ struct Step {
 // One device's host program: registration, frames with every kind of disturbance, a heart
 // restart, a sequence gap, a removal (the next frame re-creates the device) and a restart.
 std::vector<Step> deviceScript(int id, uint64_t seed, int frames) {
-    DeviceRecording rec(id, seed, 55.0 + static_cast<double>(seed % 70), 12.0 + static_cast<double>(seed % 8));
-    std::vector<Step> s;
-    s.push_back({Action::Init, {}});
+    const std::vector<ParamsIn> stream = rtm_test::disturbedStream(id, seed, frames);
+    std::vector<Step> s = {{Action::Init, {}}};
     for (int k = 0; k < frames; ++k) {
         if (k == frames * 2 / 5) s.push_back({Action::Free, {}});
         if (k == frames * 4 / 5) s.push_back({Action::Init, {}});
-        Segment kind = Segment::Clean;
-        const int phase = static_cast<int>((k + seed) % 40);
-        if (phase == 30 || phase == 31) kind = Segment::Noisy;
-        if (phase == 33) kind = static_cast<Segment>(2 + (k / 40 + seed) % 3);  // flat, over-range or dead
-        Step st{Action::Frame, {}};
-        rec.fill(st.frame, kind);
-        if (k == frames / 3) st.frame.nHeartMode = 1;
-        if (k == frames / 2) st.frame.nFrameSeq += 5;
-        s.push_back(st);
+        s.push_back({Action::Frame, stream[static_cast<size_t>(k)]});
     }
     return s;
 }

@@ -10,30 +10,13 @@
 #include <thread>
 #include <vector>
 
-#include "rtmonitor.h"
-#include "synth/vitals.h"
+#include "support/streams.h"
 
 namespace {
 
 constexpr int kThreads = 8;
 constexpr int kHandlesPerThread = 3;
 constexpr int kFrames = 120;
-
-std::vector<ParamsIn> handleScript(uint64_t seed) {
-    rtm_synth::DeviceRecording rec(0, seed, 50.0 + static_cast<double>(seed % 90),
-                                   10.0 + static_cast<double>(seed % 10));
-    std::vector<ParamsIn> frames(kFrames);
-    for (int k = 0; k < kFrames; ++k) {
-        const int phase = static_cast<int>((static_cast<uint64_t>(k) + seed) % 40);
-        rtm_synth::Segment kind = rtm_synth::Segment::Clean;
-        if (phase == 30 || phase == 31) kind = rtm_synth::Segment::Noisy;
-        if (phase == 33) kind = static_cast<rtm_synth::Segment>(2 + (static_cast<uint64_t>(k) / 40 + seed) % 3);
-        rec.fill(frames[static_cast<std::size_t>(k)], kind);
-        if (k == kFrames / 3) frames[static_cast<std::size_t>(k)].nHeartMode = 1;
-        if (k == kFrames / 2) frames[static_cast<std::size_t>(k)].nFrameSeq += 5;
-    }
-    return frames;
-}
 
 // Runs a script on a handle; at frame `moveAt` the device moves to a fresh handle by snapshot.
 std::vector<uint64_t> runHandle(const std::vector<ParamsIn>& frames, int moveAt) {
@@ -61,7 +44,7 @@ TEST(ConcurrentHandles, EachHandleMatchesItsSingleThreadedRun) {
     std::vector<std::vector<ParamsIn>> scripts(count);
     std::vector<std::vector<uint64_t>> reference(count), concurrent(count);
     for (std::size_t d = 0; d < count; ++d) {
-        scripts[d] = handleScript(101 + 13 * d);
+        scripts[d] = rtm_test::disturbedStream(0, 101 + 13 * d, kFrames);
         reference[d] = runHandle(scripts[d], kFrames + 1);  // never moved
     }
 

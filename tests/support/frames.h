@@ -37,4 +37,13 @@ inline ParamsIn randomFrame(int id, std::mt19937& rng) {
 
 inline bool sameOutput(const ParamsOut& a, const ParamsOut& b) { return std::memcmp(&a, &b, sizeof a) == 0; }
 
+// The first word where two records differ, for failure messages.
+inline int firstDifferentWord(const ParamsOut& a, const ParamsOut& b) {
+    const int32_t* x = reinterpret_cast<const int32_t*>(&a);
+    const int32_t* y = reinterpret_cast<const int32_t*>(&b);
+    for (std::size_t i = 0; i < sizeof a / 4; ++i)
+        if (x[i] != y[i]) return static_cast<int>(i);
+    return -1;
+}
+
 }  // namespace rtm_test

@@ -1,8 +1,10 @@
 // End to end through the built tool: the HTML report's structure (one self-contained plot per
 // series and device with the quality and status bands and the ECG grid, a summary row per
-// device, the demo's truth and summary, a replay's reference) and usage errors.
+// device, the demo's truth and summary, a replay's reference), one set of class names in the
+// tool guide, `replay --help` and the report, and usage errors.
 #include <string>
 
+#include "classes.h"
 #include "tool_runner.h"
 
 namespace tooltest {
@@ -64,24 +66,49 @@ TEST_F(DemoReportTest, ReplayOfASharedRecordingDrawsItsReference) {
     EXPECT_FALSE(std::filesystem::exists(path("b.html")));
 }
 
-TEST_F(DemoReportTest, UsageErrorsExitWithTwoAndShowTheUsage) {
-    const char* const bad[] = {
-        "",                             // no command
-        "frobnicate",                   // unknown command
-        "demo --colour",                // unknown option
-        "demo --minutes",               // missing value
-        "demo --minutes 0",             // out of range
-        "demo --minutes 2x",            // not a number
-        "demo --seed 4294967296",       // too large for a seed
-        "synth --minutes 1",            // --out is required
-        "replay a.frames b.frames",     // two files
-        "replay a.frames --waves=yes",  // a flag takes no value
+TEST_F(DemoReportTest, GuideHelpAndReportUseTheClassTables) {
+    const std::string guide = readFile(std::string(RTM_SOURCE_DIR) + "/docs/tool.md");
+    ASSERT_FALSE(guide.empty());
+    const RunResult help = run("replay --help");
+    ASSERT_EQ(help.status, 0);
+    for (const std::string& list :
+         {rtmtool::codeList(rtmtool::kPostureNames), rtmtool::codeList(rtmtool::kHeartStatusNames),
+          rtmtool::codeList(rtmtool::kBreathStateNames)}) {
+        EXPECT_NE(guide.find(list), std::string::npos) << "docs/tool.md lacks: " << list;
+        EXPECT_NE(help.out.find(list), std::string::npos) << "replay --help lacks: " << list;
+    }
+    // The report's posture legend and summary table use the same names.
+    ASSERT_EQ(run("demo --minutes 4 --report " + path("d.html")).status, 0);
+    const std::string html = readFile(path("d.html"));
+    for (int c : {1, 2, 4, 5, 7})
+        EXPECT_NE(html.find(std::to_string(c) + " " + rtmtool::postureName(c) + "</text>"), std::string::npos) << c;
+    EXPECT_NE(html.find(std::string(rtmtool::postureName(7)) + " 0:"), std::string::npos);
+}
+
+TEST_F(DemoReportTest, UsageErrorsExitWithTwoNamingTheProblemAndShowTheUsage) {
+    const struct {
+        const char *args, *says;
+    } bad[] = {
+        {"", "usage: rtmonitor COMMAND"},
+        {"frobnicate", "unknown command 'frobnicate'"},
+        {"demo --colour", "unknown option --colour"},
+        {"demo --minutes", "--minutes needs a value"},
+        {"demo --minutes 0", "whole number from 1 to 240, not '0'"},
+        {"demo --minutes 2x", "not '2x'"},
+        {"demo --seed 4294967296", "from 0 to 4294967295"},
+        {"synth --minutes 1", "--out FILE.frames is required"},
+        {"import r.hea", "--out FILE.frames is required"},
+        {"replay a.frames b.frames", "more than one frame file"},
+        {"replay a.frames --waves=yes", "unknown option --waves=yes"},  // a flag takes no value
+        {"demo --at -5", "--at must be 0 or more seconds"},
+        {"replay x.frames --at -5", "--at must be 0 or more seconds"},
     };
-    for (const char* args : bad) {
-        const RunResult r = run(args);
-        EXPECT_EQ(r.status, 2) << "args: " << args;
-        EXPECT_NE(r.err.find("usage: rtmonitor"), std::string::npos) << "args: " << args;
-        EXPECT_TRUE(r.out.empty()) << "args: " << args;
+    for (const auto& b : bad) {
+        const RunResult r = run(b.args);
+        EXPECT_EQ(r.status, 2) << "args: " << b.args;
+        EXPECT_NE(r.err.find(b.says), std::string::npos) << "args: " << b.args << "\n" << r.err;
+        EXPECT_NE(r.err.find("usage: rtmonitor"), std::string::npos) << "args: " << b.args;
+        EXPECT_TRUE(r.out.empty()) << "args: " << b.args;
     }
     // Both option spellings are accepted.
     EXPECT_EQ(run("synth --out=" + path("a.frames") + " --minutes=1 --seed=2").status, 0);

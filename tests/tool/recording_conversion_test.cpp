@@ -21,14 +21,11 @@
 namespace {
 
 using namespace rtmtool;
+using tooltest::put16;
 
 class ConversionTest : public tooltest::ToolTest {
 protected:
     void write(const std::string& name, const std::string& bytes) const { tooltest::writeFile(path(name), bytes); }
-    static void put16(std::string& b, int v) {
-        b += static_cast<char>(v & 0xff);
-        b += static_cast<char>((v >> 8) & 0xff);
-    }
     std::vector<ParamsIn> readAll(RecordSource& s) {
         std::vector<ParamsIn> frames;
         ParamsIn f;

@@ -24,9 +24,6 @@ TEST_F(ReplayTest, SynthThenReplayGivesTheDemoResultsForTheSameSeed) {
     const std::string fromDemo = readFile(path("demo.csv"));
     EXPECT_EQ(lines(fromDemo).size(), 121u);
     EXPECT_EQ(readFile(path("replay.csv")), fromDemo);
-    // Another seed gives another recording.
-    ASSERT_EQ(run("synth --minutes 2 --seed 8 --out " + path("t.frames")).status, 0);
-    EXPECT_NE(readFile(path("t.frames")), readFile(path("s.frames")));
 }
 
 TEST_F(ReplayTest, InterleavedDevicesAreAnalysedIndependently) {
@@ -130,15 +127,6 @@ TEST_F(ReplayTest, AFileThatDoesNotLookLikeFramesDrawsAWarning) {
         const RunResult g = run("replay " + shared + rec + ".frames --out " + path("g.csv"));
         EXPECT_EQ(g.status, 0) << rec;
         EXPECT_EQ(g.err.find("warning"), std::string::npos) << rec << ": " << g.err;
-    }
-}
-
-TEST_F(ReplayTest, NegativeAtSaysItMustBeZeroOrMore) {
-    for (const char* command : {"demo", "replay x.frames"}) {
-        const RunResult r = run(std::string(command) + " --at -5");
-        EXPECT_EQ(r.status, 2) << command;
-        EXPECT_NE(r.err.find("--at must be 0 or more seconds"), std::string::npos) << r.err;
-        EXPECT_EQ(r.err.find("whole number"), std::string::npos) << r.err;
     }
 }
 

@@ -10,21 +10,18 @@
 #include <gtest/gtest.h>
 
 #include "report.h"
+#include "tool_runner.h"
 
 namespace rtmtool {
 namespace {
+
+using tooltest::count;
 
 std::string plotOf(const std::string& html, int device, const std::string& series) {
     const std::string key = "data-device=\"" + std::to_string(device) + "\" data-series=\"" + series + "\"";
     const size_t at = html.find(key);
     if (at == std::string::npos) return "";
     return html.substr(at, html.find("</svg>", at) - at);
-}
-
-size_t count(const std::string& text, const std::string& what) {
-    size_t n = 0;
-    for (size_t p = text.find(what); p != std::string::npos; p = text.find(what, p + what.size())) ++n;
-    return n;
 }
 
 // Frames whose ECG input is 512 + the second, so the stretch shown can be read off the axis.
@@ -96,8 +93,6 @@ TEST(Report, RatesAreFaintWhereNotJudgedWithTheFlagsAsBands) {
     }
     // Each flag as a band of runs: judged then not.
     const std::string hr = plotOf(html, 4, "heart-rate"), br = plotOf(html, 4, "breath-rate");
-    ASSERT_NE(hr.find("data-band=\"quality\""), std::string::npos);
-    ASSERT_NE(br.find("data-band=\"breath-state\""), std::string::npos);
     EXPECT_NE(hr.find("0-25 s: 1 good quality"), std::string::npos);
     EXPECT_NE(hr.find("25-50 s: 0 not judged or poor"), std::string::npos);
     EXPECT_NE(br.find("0-25 s: 1 regular breathing"), std::string::npos);

@@ -1,6 +1,6 @@
-// The generator's truth: beats and breaths come at the requested rates and the R peaks in the
-// ECG sit at the truth's beat times, postures come out as the library classifies them; and the
-// frame file's byte layout.
+// The generator's truth: the R peaks in the ECG sit at the truth's beat times, a fixed breathing
+// rate gives that many cycles, postures come out as the library classifies them; and the frame
+// file's byte layout. Fixed heart rates are judged end to end by the meter's table.
 #include <algorithm>
 #include <climits>
 #include <cstring>
@@ -35,19 +35,6 @@ std::vector<double> detectRPeaks(const Recording& rec) {
     return peaks;
 }
 
-TEST(SynthTruth, FixedHeartRateGivesExactlyThatBeatInterval) {
-    for (double bpm : {48.0, 72.0, 150.0}) {
-        SynthOptions o;
-        o.seconds = 60;
-        o.fixedHeartRate = bpm;
-        const Recording rec = synthesize(o);
-        ASSERT_GT(rec.beatTimes.size(), 40u);
-        for (size_t i = 1; i < rec.beatTimes.size(); ++i)
-            EXPECT_NEAR(rec.beatTimes[i] - rec.beatTimes[i - 1], 60.0 / bpm, 1e-9);
-        for (size_t s = 10; s < rec.truth.size(); ++s) EXPECT_NEAR(rec.truth[s].heartRate, bpm, 1e-6);
-    }
-}
-
 TEST(SynthTruth, RPeaksInTheEcgAreTheTruthBeats) {
     SynthOptions o;
     o.seconds = 60;
@@ -70,8 +57,6 @@ TEST(SynthTruth, FixedBreathingRateGivesThatManyCycles) {
     o.seconds = 120;
     o.fixedBreathRate = 15;
     const Recording rec = synthesize(o);
-    for (size_t i = 1; i < rec.breathOnsets.size(); ++i)
-        EXPECT_NEAR(rec.breathOnsets[i] - rec.breathOnsets[i - 1], 4.0, 1e-9);
     for (size_t s = 40; s < rec.truth.size(); ++s) EXPECT_NEAR(rec.truth[s].breathRate, 15.0, 1e-6);
     // Upward crossings of the mid level in the lying part: one per breath.
     std::vector<double> x;
@@ -117,14 +102,9 @@ TEST(FrameFile, WordsAreLittleEndianInRecordOrder) {
     f.nAccZ[24] = 0x7FFFFFFF;
     unsigned char bytes[kFrameBytes];
     encodeFrame(f, bytes);
-    EXPECT_EQ(bytes[0], 0x04);
-    EXPECT_EQ(bytes[3], 0x01);
-    EXPECT_EQ(bytes[4], 0xFE);
-    EXPECT_EQ(bytes[7], 0xFF);
-    EXPECT_EQ(bytes[8], 0x00);
-    EXPECT_EQ(bytes[11], 0x80);
-    EXPECT_EQ(bytes[1316], 0xFF);
-    EXPECT_EQ(bytes[1319], 0x7F);
+    // Low and high byte of the id, the sequence number, the first ECG sample and the last word.
+    EXPECT_EQ((std::vector<int>{bytes[0], bytes[3], bytes[4], bytes[7], bytes[8], bytes[11], bytes[1316], bytes[1319]}),
+              (std::vector<int>{0x04, 0x01, 0xFE, 0xFF, 0x00, 0x80, 0xFF, 0x7F}));
     const ParamsIn back = decodeFrame(bytes);
     EXPECT_EQ(std::memcmp(&back, &f, sizeof f), 0);
 }

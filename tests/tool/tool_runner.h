@@ -41,17 +41,17 @@ inline std::vector<std::string> lines(const std::string& text) {
 
 inline std::vector<std::string> fields(const std::string& line) {
     std::vector<std::string> r;
-    std::string cur;
-    for (char c : line) {
-        if (c == ',') {
-            r.push_back(cur);
-            cur.clear();
-        } else {
-            cur += c;
-        }
-    }
-    r.push_back(cur);
+    std::istringstream s(line);
+    for (std::string f; std::getline(s, f, ',');) r.push_back(f);
+    if (line.empty() || line.back() == ',') r.push_back("");
     return r;
+}
+
+// A little-endian 16-bit word appended to a byte string, as WFDB format 16 and .atr store them.
+template <class Bytes>
+void put16(Bytes& b, int v) {
+    b.push_back(static_cast<typename Bytes::value_type>(v & 0xff));
+    b.push_back(static_cast<typename Bytes::value_type>((v >> 8) & 0xff));
 }
 
 inline size_t count(const std::string& text, const std::string& what) {

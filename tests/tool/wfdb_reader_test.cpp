@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "tool_runner.h"
 #include "wfdb_reader.h"
 
 #define RTM_FUZZ_NO_ENTRY 1
@@ -18,12 +19,8 @@
 namespace {
 
 using namespace rtmtool;
+using tooltest::put16;
 using Bytes = std::vector<unsigned char>;
-
-void put16(Bytes& b, int v) {
-    b.push_back(static_cast<unsigned char>(v & 0xff));
-    b.push_back(static_cast<unsigned char>((v >> 8) & 0xff));
-}
 
 Bytes encode212(const std::vector<int>& v) {
     Bytes b;
@@ -111,20 +108,13 @@ TEST(WfdbReader, OtherFormatsSamplesPerFrameSkewAndOffsetsOverSeveralFiles) {
 }
 
 TEST(WfdbReader, BrokenHeadersAndFilesAreRefusedWithTheReason) {
+    // Unsupported formats, missing and short signal files: the import's end-to-end refusals.
     MemoryRecord m;
-    EXPECT_FALSE(m.open("r 1 250 10\nr.dat 310 200\n"));
-    EXPECT_NE(m.error.find("310 is not supported"), std::string::npos) << m.error;
     EXPECT_FALSE(m.open("r 2 250 10\nr.dat 16 200\n"));
     EXPECT_NE(m.error.find("declares 2 signals but 1"), std::string::npos) << m.error;
     EXPECT_FALSE(m.open("r/3 2 250\n"));
     EXPECT_NE(m.error.find("multi-segment"), std::string::npos) << m.error;
-    EXPECT_FALSE(m.open("r 1 250 10\nr.dat 16 200\n"));
-    EXPECT_NE(m.error.find("r.dat (signal file of t.hea): cannot open"), std::string::npos) << m.error;
-    m.files["r.dat"] = Bytes(19, 0);  // 9.5 samples of format 16 for a header promising 10
-    EXPECT_FALSE(m.open("r 1 250 10\nr.dat 16 200\n"));
-    EXPECT_NE(m.error.find("r.dat: holds 9 frames (19 bytes) but the header of t.hea says 10"), std::string::npos)
-        << m.error;
-    // Without a length the files decide.
+    m.files["r.dat"] = Bytes(19, 0);  // 9.5 samples of format 16; without a length the files decide
     ASSERT_TRUE(m.open("r 1 250\nr.dat 16 200\n")) << m.error;
     EXPECT_EQ(m.record.frames(), 9u);
 }
@@ -180,12 +170,8 @@ TEST(WfdbReader, FuzzSeedsAndFindingsPassTheHarness) {
     for (const char* kind : {"corpus", "regressions"}) {
         const std::filesystem::path dir = std::filesystem::path(RTM_SOURCE_DIR) / "fuzz" / kind / "wfdb";
         for (const auto& e : std::filesystem::directory_iterator(dir)) {
-            std::FILE* f = std::fopen(e.path().c_str(), "rb");
-            ASSERT_NE(f, nullptr) << e.path();
-            Bytes bytes;
-            for (int c; (c = std::fgetc(f)) != EOF;) bytes.push_back(static_cast<unsigned char>(c));
-            std::fclose(f);
-            rtmFuzzWfdb(bytes.data(), bytes.size());
+            const std::string bytes = tooltest::readFile(e.path());
+            rtmFuzzWfdb(reinterpret_cast<const unsigned char*>(bytes.data()), bytes.size());
             ++n;
         }
     }

@@ -1,16 +1,19 @@
-// Frame streams shared by the handle tests: a synthetic device with disturbances, heart restarts
-// and sequence gaps, and the shared recordings when the data folder is present.
+// Frame streams shared by the handle, stress and pipeline tests: a synthetic device with
+// disturbances, heart restarts and sequence gaps, and the shared recordings when present.
 #pragma once
 
-#include <cstring>
 #include <fstream>
+#include <memory>
 #include <string>
 #include <vector>
 
-#include "rtmonitor.h"
+#include "support/frames.h"
 #include "synth/vitals.h"
 
-namespace rtm_handles {
+namespace rtm_test {
+
+using Handle = std::unique_ptr<rtm_device, void (*)(rtm_device*)>;
+inline Handle makeHandle() { return Handle(rtm_device_create(), rtm_device_destroy); }
 
 // Every kind of segment, a heart restart (nHeartMode 1) every 70 frames, a sequence jump every
 // 45 and a frame with an unknown heart mode now and then.
@@ -41,15 +44,4 @@ inline std::vector<ParamsIn> recording(const std::string& name) {
     return out;
 }
 
-inline bool sameWords(const ParamsOut& a, const ParamsOut& b) { return std::memcmp(&a, &b, sizeof a) == 0; }
-
-// The first word where two records differ, for failure messages.
-inline int firstDifferentWord(const ParamsOut& a, const ParamsOut& b) {
-    const int32_t* x = reinterpret_cast<const int32_t*>(&a);
-    const int32_t* y = reinterpret_cast<const int32_t*>(&b);
-    for (std::size_t i = 0; i < sizeof a / 4; ++i)
-        if (x[i] != y[i]) return static_cast<int>(i);
-    return -1;
-}
-
-}  // namespace rtm_handles
+}  // namespace rtm_test
