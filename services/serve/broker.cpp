@@ -204,7 +204,10 @@ bool Broker::publish(const std::string& subject, const void* data, int len, cons
 bool Broker::flush(const std::atomic<bool>* give_up) {
     jsPubOptions po;
     jsPubOptions_Init(&po);
-    po.MaxWait = 2000;
+    // Long enough that a loaded machine does not time out: after a timeout the pending list is
+    // taken back and published again, and an acknowledgement that still arrives for a message
+    // taken back would leave the client's pending count short.
+    po.MaxWait = 30000;
     for (;;) {
         std::vector<natsMsg*> again;
         {
