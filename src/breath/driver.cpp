@@ -5,6 +5,7 @@
 // dead-sensor blocks and the trimmed mean of the reported rate live here.
 #include <algorithm>
 #include <cstdint>
+#include <cstring>
 
 #include "breath/rate_update.h"
 #include "common/exact_math.h"
@@ -21,6 +22,24 @@ constexpr int32_t kMotionHoldEnd = 10;   // updates until a disturbance stops ho
 constexpr int32_t kNoSignalHoldEnd = 4;  // updates until missing signal stops holding
 
 enum SampleClass { kDisturbance = 0, kUsable = 1, kNoSignal = 2 };
+
+// Samples bound for the end of the analysis buffer, held back so that the buffer moves once
+// per read instead of by one place per sample. Only the rate update reads the buffer, so moving
+// it by all pending places just before that and at the end of the block leaves every state that
+// is read, and the buffer after each call, as one-place shifts would.
+struct PendingSamples {
+    int values[BREATH_SAMPLE_RATE];
+    int count = 0;
+
+    void add(int v) { values[count++] = v; }
+    void flushInto(int* buffer) {
+        if (count == 0) return;
+        const std::size_t kept = static_cast<std::size_t>(kBufferSamples - count);
+        std::memmove(buffer, buffer + count, kept * sizeof(int));
+        std::memcpy(buffer + kept, values, static_cast<std::size_t>(count) * sizeof(int));
+        count = 0;
+    }
+};
 
 // Holds, the zero outcome and the reported output of one rate update.
 void runRateUpdate(CBreathPro& a, int sampleClass, int* pRate, int* pStatus) {
@@ -90,6 +109,7 @@ void CBreathPro::ProcessingBreath(int nPass, int* pChan0, int* pChan1, int /*nCo
     }
     const bool deadBlock = atLow == BREATH_SAMPLE_RATE || atHigh == BREATH_SAMPLE_RATE;
 
+    PendingSamples pending;
     for (int i = 0; i < BREATH_SAMPLE_RATE; ++i) {
         lSampleCount += 1;
 
@@ -99,7 +119,7 @@ void CBreathPro::ProcessingBreath(int nPass, int* pChan0, int* pChan1, int /*nCo
         pDisplay0[i] = rtm::truncDiv32(packed, 10000);
         pDisplay1[i] = rtm::truncMod32(packed, 10000);
 
-        Arrayshiftint(nBreathBuffer, kBufferSamples, y1);
+        pending.add(y1);
         nEnergyRing[nEnergyRingPos] = y1;
         const float energy = energysum(nEnergyRing, kEnergySamples);
         const bool notAllZero = judgezeros(nEnergyRing, 0, kEnergySamples, 0, kEnergySamples);
@@ -132,6 +152,8 @@ void CBreathPro::ProcessingBreath(int nPass, int* pChan0, int* pChan1, int /*nCo
             *pRate = rtm::floatToIntX86(fReportedRate);
             continue;
         }
+        pending.flushInto(nBreathBuffer);
         runRateUpdate(*this, sampleClass, pRate, pStatus);
     }
+    pending.flushInto(nBreathBuffer);
 }
