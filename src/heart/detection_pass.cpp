@@ -116,7 +116,8 @@ bool storeBeats(CBeatMeasure& m, const std::vector<BeatMeasure>& beats) {
 
 }  // namespace
 
-int conditionPacket(CBeatMeasure& m, int channel, const int* samples, int count, int* waveOut) {
+int conditionPacket(CBeatMeasure& m, int /*channel: one lead is conditioned*/, const int* samples, int count,
+                    int* waveOut) {
     int* filtered = m.nFilteredRing[0];
     int* absolute = m.nAbsRing[0];
     const int* convex = m.nConvexRing[0];
@@ -126,7 +127,9 @@ int conditionPacket(CBeatMeasure& m, int channel, const int* samples, int count,
         const int pos = m.nRingPos;
 
         int display = 0;
-        m.Processingheartdata(channel, samples[i], &display);
+        // Nothing else writes the median ring during the packet, so its kept sorted copy is
+        // checked against it on the first sample only.
+        conditionSample(m, samples[i], &display, i > 0);
         if (waveOut != nullptr) waveOut[i] = display;
 
         const int low = m.LowFilterHeart(wrapSub32(display, kDisplayOffset));
