@@ -3,6 +3,7 @@
 // were tuned on; the float mean ignores values below 4.0 so that zeros and implausibly slow
 // rates only shorten a trimmed mean and never pull it down. No member of the analyser is read.
 #include <cmath>
+#include <cstdint>
 #include <cstring>
 
 #include "common/exact_math.h"
@@ -52,18 +53,17 @@ bool CBreathPro::judgezeros(int* a, int start, int end, int value, int runLength
     if (start >= end) return true;
     // A run needs at least one sample of the value; most windows hold none.
     if (!contains(a, start, end, value)) return true;
-    int run = 0;
-    for (int i = start; i < end; ++i) {
-        if (a[i] != value) {
-            run = 0;
-        } else if (run == 0) {
-            // The first sample of a run only starts it; the length test begins with the second,
-            // so a run length of 1 behaves like 2.
-            run = 1;
-        } else {
-            run += 1;
-            if (run >= runLength) return false;
-        }
+    // The first sample of a run only starts it and the length test begins with the second, so a
+    // run length of 1 behaves like 2: false when `need` samples in a row hold the value.
+    const int64_t need = runLength > 2 ? runLength : 2;
+    // Each candidate span is checked from its far end: the last sample that differs shows that
+    // no run through it can start earlier, so the next span starts just after it.
+    int64_t from = start;
+    while (from + need <= end) {
+        int64_t j = from + need - 1;
+        while (j >= from && a[j] == value) --j;
+        if (j < from) return false;
+        from = j + 1;
     }
     return true;
 }

@@ -5,6 +5,7 @@
 
 #include <climits>
 #include <cmath>
+#include <cstdint>
 
 #include "rtmonitor/CBreathPro.h"
 
@@ -19,6 +20,36 @@ TEST(BreathArrays, FloatMeanFloorAndSinglePrecisionSum) {
     // 16777216 + 5 rounds to 16777220 in float, + 5 to 16777224; / 3 = 5592408 (double: .5).
     float big[] = {16777216.0f, 5.0f, 5.0f};
     EXPECT_EQ(b.DataMeanfloat(big, 0, 3), 5592408.0f);
+}
+
+TEST(BreathArrays, ZeroRunSearchMatchesTheSampleBySampleCount) {
+    // The run search skips ahead; it must agree with counting every sample, on every range.
+    const auto counted = [](const int* a, int start, int end, int value, int runLength) {
+        int run = 0;
+        for (int i = start; i < end; ++i) {
+            if (a[i] != value) {
+                run = 0;
+            } else if (run == 0) {
+                run = 1;
+            } else if (++run >= runLength) {
+                return false;
+            }
+        }
+        return true;
+    };
+    uint32_t seed = 12345;
+    int a[40];
+    for (int trial = 0; trial < 300; ++trial) {
+        for (int& v : a) {
+            seed = seed * 1664525u + 1013904223u;
+            v = (seed >> 28) < 11 ? 0 : 3;  // long runs of zeros are common
+        }
+        for (int runLength = -1; runLength <= 7; ++runLength)
+            for (int start = 0; start < 40; start += 7)
+                for (int end = start; end <= 40; end += 5)
+                    ASSERT_EQ(b.judgezeros(a, start, end, 0, runLength), counted(a, start, end, 0, runLength))
+                        << "trial " << trial << " range " << start << ".." << end << " run " << runLength;
+    }
 }
 
 TEST(BreathArrays, ZeroRunsAndTrailingMeans) {
