@@ -127,12 +127,15 @@ int CBreathPro::nBaseFilterBreath_display(int x, int ch) {
 int CBreathPro::LowFilterBreath_display(int x, int ch) {
     int32_t& pos = nDisplayLowPos[ch];
     int32_t* ring = nDisplayLowRing[ch];
-    ring[pos] = x;
     // Wrapping sums and products are associative and commutative modulo 2^32, so the ring in
     // storage order against a matching slice of the full taps gives the word the pairwise sum
-    // gives.
+    // gives. Read before the new sample is stored, its slot's product exchanged afterwards: a
+    // vector read just after a store into it would wait.
     const uint32_t* taps = kDisplayLowTaps.c + (kDisplayLowLength - 1 - pos);
-    const uint32_t sum = rtm::kernels::dot(ring, taps, kDisplayLowLength);
+    const uint32_t tap = taps[pos];
+    const uint32_t sum = rtm::kernels::dot(ring, taps, kDisplayLowLength) - tap * static_cast<uint32_t>(ring[pos]) +
+                         tap * static_cast<uint32_t>(x);
+    ring[pos] = x;
     pos = (pos + 1 == kDisplayLowLength) ? 0 : pos + 1;
     return rtm::truncDiv32(static_cast<int32_t>(sum), kFirScale);
 }

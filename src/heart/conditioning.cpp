@@ -117,13 +117,16 @@ int CBeatMeasure::BaseFilter(int x) {
 int CBeatMeasure::LowFilterHeart(int x) {
     int pos = nLowPassPos;
     if (pos < 0 || pos >= kLowPassTaps) pos = rtm::heart::wrapModulo(pos, kLowPassTaps);
-    nLowPassRing[pos] = x;
 
     // Wrapping sums and products are associative and commutative modulo 2^32, so taking the
     // ring in storage order against a matching slice of the taps gives the same word as summing
-    // the products lag by lag.
+    // the products lag by lag. The ring is read before the new sample is stored and the slot's
+    // product exchanged afterwards: a vector read just after a store into it would wait.
     const uint32_t* taps = kRingAlignedTaps.c + (kLowPassTaps - 1 - pos);
-    const uint32_t sum = rtm::kernels::dot(nLowPassRing, taps, kLowPassTaps);
+    const uint32_t tap = taps[pos];
+    const uint32_t sum = rtm::kernels::dot(nLowPassRing, taps, kLowPassTaps) -
+                         tap * static_cast<uint32_t>(nLowPassRing[pos]) + tap * static_cast<uint32_t>(x);
+    nLowPassRing[pos] = x;
 
     nLowPassPos = (pos + 1 == kLowPassTaps) ? 0 : pos + 1;
     return truncDiv32(static_cast<int32_t>(sum), kLowPassDivisor);
