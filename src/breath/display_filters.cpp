@@ -7,6 +7,7 @@
 #include <cmath>
 
 #include "breath/breath_tables.h"
+#include "breath/window_stats.h"
 #include "common/exact_math.h"
 #include "common/kernels.h"
 #include "rtmonitor/CBreathPro.h"
@@ -150,12 +151,16 @@ int CBreathPro::BaseLowFilter_Zoom(int /*nPass*/, int x0, int x1, int* pY0, int*
     int32_t value[2];
     for (int ch = 0; ch < 2; ++ch) {
         y[ch] = smooth_data_display(LowFilterBreath_display(nBaseFilterBreath_display(in[ch], ch), ch), ch);
-        nZoomRing[ch][nZoomRingPos[ch]] = y[ch];
-        nZoomRingPos[ch] = (nZoomRingPos[ch] + 1 == kZoomWindow) ? 0 : nZoomRingPos[ch] + 1;
-
         // The whole window is used, including slots not yet written since the reset (zeros).
-        int mx = 0, mn = 0, mean = 0, sd = 0;
-        DataMax_Min_Mean_std(nZoomRing[ch], 0, kZoomWindow, &mx, &mn, &mean, &sd);
+        // Its statistics are those DataMax_Min_Mean_std gives once the sample is stored.
+        const int slot = nZoomRingPos[ch];
+        const rtm::kernels::RangeStats r = rtm::breath::statsWithSlotReplaced(nZoomRing[ch], kZoomWindow, slot, y[ch]);
+        nZoomRing[ch][slot] = y[ch];
+        nZoomRingPos[ch] = (slot + 1 == kZoomWindow) ? 0 : slot + 1;
+        const int32_t mx = r.mx;
+        const int32_t mn = r.mn;
+        const int32_t mean = rtm::truncDiv32(static_cast<int32_t>(r.sum), kZoomWindow);
+        const int32_t sd = rtm::breath::integerStd(r, kZoomWindow, mean);
         if (rtm::wrapAbs32(rtm::wrapSub32(mx, mn)) < kFlatSwing) {
             value[ch] = 0;
         } else if (sd == 0) {

@@ -8,6 +8,7 @@
 #include <cstring>
 
 #include "breath/rate_update.h"
+#include "breath/window_stats.h"
 #include "common/exact_math.h"
 #include "rtmonitor/CBreathPro.h"
 
@@ -120,10 +121,21 @@ void CBreathPro::ProcessingBreath(int nPass, int* pChan0, int* pChan1, int /*nCo
         pDisplay1[i] = rtm::truncMod32(packed, 10000);
 
         pending.add(y1);
-        nEnergyRing[nEnergyRingPos] = y1;
-        const float energy = energysum(nEnergyRing, kEnergySamples);
-        const bool notAllZero = judgezeros(nEnergyRing, 0, kEnergySamples, 0, kEnergySamples);
-        nEnergyRingPos = (nEnergyRingPos + 1 == kEnergySamples) ? 0 : nEnergyRingPos + 1;
+        // energysum and judgezeros of the window once y1 is stored, from its statistics before.
+        const int slot = nEnergyRingPos;
+        const int32_t leaving = nEnergyRing[slot];
+        const rtm::kernels::RangeStats before = rtm::kernels::rangeStats(nEnergyRing, kEnergySamples);
+        const uint32_t o = static_cast<uint32_t>(leaving);
+        const uint32_t u = static_cast<uint32_t>(y1);
+        const float energy = rtm::breath::energyOfSquares(before.squares - o * o + u * u);
+        nEnergyRing[slot] = y1;
+        // Only a window of zeros alone counts as all zero.
+        bool notAllZero = true;
+        if (y1 == 0) {
+            notAllZero = leaving == 0 ? !(before.mx == 0 && before.mn == 0)
+                                      : judgezeros(nEnergyRing, 0, kEnergySamples, 0, kEnergySamples);
+        }
+        nEnergyRingPos = (slot + 1 == kEnergySamples) ? 0 : slot + 1;
 
         int sampleClass;
         if (energy > kDisturbanceEnergy) {

@@ -3,10 +3,12 @@
 // before the root, and the energy that turns into NaN once the 32-bit sum of squares wraps.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <climits>
 #include <cmath>
 #include <cstdint>
 
+#include "breath/window_stats.h"
 #include "rtmonitor/CBreathPro.h"
 
 namespace {
@@ -49,6 +51,34 @@ TEST(BreathArrays, ZeroRunSearchMatchesTheSampleBySampleCount) {
                 for (int end = start; end <= 40; end += 5)
                     ASSERT_EQ(b.judgezeros(a, start, end, 0, runLength), counted(a, start, end, 0, runLength))
                         << "trial " << trial << " range " << start << ".." << end << " run " << runLength;
+    }
+}
+
+TEST(BreathArrays, WindowStatisticsBeforeAStoreMatchThoseAfterIt) {
+    // Every slot of small windows, new values inside, at and beyond the extremes, repeated
+    // extremes and values that wrap the sums: the statistics read before the store must be those
+    // of the window after it.
+    uint32_t seed = 99;
+    const int32_t extremes[] = {INT32_MIN, -7, 0, 3, INT32_MAX};
+    for (int trial = 0; trial < 200; ++trial) {
+        const int n = 2 + trial % 9;
+        int32_t ring[10];
+        for (int i = 0; i < n; ++i) {
+            seed = seed * 1664525u + 1013904223u;
+            ring[i] = trial % 3 == 0 ? extremes[seed >> 29 & 3] : static_cast<int32_t>(seed >> 26) - 32;
+        }
+        for (int slot = 0; slot < n; ++slot) {
+            for (const int32_t v : {ring[slot], ring[(slot + 1) % n], extremes[trial % 5], int32_t{5}}) {
+                const rtm::kernels::RangeStats got = rtm::breath::statsWithSlotReplaced(ring, n, slot, v);
+                int32_t after[10];
+                std::copy(ring, ring + n, after);
+                after[slot] = v;
+                const rtm::kernels::RangeStats want = rtm::kernels::rangeStats(after, n);
+                ASSERT_TRUE(got.mx == want.mx && got.mn == want.mn && got.sum == want.sum &&
+                            got.squares == want.squares)
+                    << "trial " << trial << " slot " << slot << " value " << v;
+            }
+        }
     }
 }
 
