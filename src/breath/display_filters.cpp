@@ -7,7 +7,9 @@
 #include <cmath>
 
 #include "breath/breath_tables.h"
+#include "breath/window_stats.h"
 #include "common/exact_math.h"
+#include "common/kernels.h"
 #include "rtmonitor/CBreathPro.h"
 
 // 115-tap band-pass of the second chain; symmetric, sum 10648.
@@ -96,6 +98,27 @@ int32_t threePointMeanStep(int32_t* ring, int32_t& pos, int32_t& count, int32_t 
     return x;
 }
 
+// The display low-pass: 33 taps, outer pairs from the outermost inwards and then the centre tap;
+// the taps sum to 9299.
+constexpr int kDisplayLowLength = 33;
+constexpr int32_t kDisplayLowHalf[kDisplayLowLength / 2 + 1] = {95,  -176, -167, -188, -206, -203, -167, -91, 27,
+                                                                183, 369,  569,  769,  949,  1093, 1185, 1217};
+
+// The taps laid out so that one contiguous slice lines up with the ring as stored: entry
+// 32 - pos + j multiplies ring[j] when the newest sample sits at pos. The tap of lag L is that of
+// lag 32 - L.
+struct DisplayLowRingTaps {
+    uint32_t c[2 * kDisplayLowLength - 1];
+    constexpr DisplayLowRingTaps() : c() {
+        for (int t = 0; t < 2 * kDisplayLowLength - 1; ++t) {
+            const int lag = ((kDisplayLowLength - 1 - t) % kDisplayLowLength + kDisplayLowLength) % kDisplayLowLength;
+            const int inward = lag < kDisplayLowLength - 1 - lag ? lag : kDisplayLowLength - 1 - lag;
+            c[t] = static_cast<uint32_t>(kDisplayLowHalf[inward]);
+        }
+    }
+};
+constexpr DisplayLowRingTaps kDisplayLowTaps;
+
 }  // namespace
 
 int CBreathPro::nBaseFilterBreath_display(int x, int ch) {
@@ -103,10 +126,19 @@ int CBreathPro::nBaseFilterBreath_display(int x, int ch) {
 }
 
 int CBreathPro::LowFilterBreath_display(int x, int ch) {
-    // Outer pairs from the outermost inwards, then the centre tap; the taps sum to 9299.
-    static constexpr int32_t kDisplayLowHalf[17] = {95,  -176, -167, -188, -206, -203, -167, -91, 27,
-                                                    183, 369,  569,  769,  949,  1093, 1185, 1217};
-    return symmetricFirStep(nDisplayLowRing[ch], 33, nDisplayLowPos[ch], kDisplayLowHalf, x);
+    int32_t& pos = nDisplayLowPos[ch];
+    int32_t* ring = nDisplayLowRing[ch];
+    // Wrapping sums and products are associative and commutative modulo 2^32, so the ring in
+    // storage order against a matching slice of the full taps gives the word the pairwise sum
+    // gives. Read before the new sample is stored, its slot's product exchanged afterwards: a
+    // vector read just after a store into it would wait.
+    const uint32_t* taps = kDisplayLowTaps.c + (kDisplayLowLength - 1 - pos);
+    const uint32_t tap = taps[pos];
+    const uint32_t sum = rtm::kernels::dot(ring, taps, kDisplayLowLength) - tap * static_cast<uint32_t>(ring[pos]) +
+                         tap * static_cast<uint32_t>(x);
+    ring[pos] = x;
+    pos = (pos + 1 == kDisplayLowLength) ? 0 : pos + 1;
+    return rtm::truncDiv32(static_cast<int32_t>(sum), kFirScale);
 }
 
 int CBreathPro::smooth_data_display(int x, int ch) {
@@ -119,12 +151,16 @@ int CBreathPro::BaseLowFilter_Zoom(int /*nPass*/, int x0, int x1, int* pY0, int*
     int32_t value[2];
     for (int ch = 0; ch < 2; ++ch) {
         y[ch] = smooth_data_display(LowFilterBreath_display(nBaseFilterBreath_display(in[ch], ch), ch), ch);
-        nZoomRing[ch][nZoomRingPos[ch]] = y[ch];
-        nZoomRingPos[ch] = (nZoomRingPos[ch] + 1 == kZoomWindow) ? 0 : nZoomRingPos[ch] + 1;
-
         // The whole window is used, including slots not yet written since the reset (zeros).
-        int mx = 0, mn = 0, mean = 0, sd = 0;
-        DataMax_Min_Mean_std(nZoomRing[ch], 0, kZoomWindow, &mx, &mn, &mean, &sd);
+        // Its statistics are those DataMax_Min_Mean_std gives once the sample is stored.
+        const int slot = nZoomRingPos[ch];
+        const rtm::kernels::RangeStats r = rtm::breath::statsWithSlotReplaced(nZoomRing[ch], kZoomWindow, slot, y[ch]);
+        nZoomRing[ch][slot] = y[ch];
+        nZoomRingPos[ch] = (slot + 1 == kZoomWindow) ? 0 : slot + 1;
+        const int32_t mx = r.mx;
+        const int32_t mn = r.mn;
+        const int32_t mean = rtm::truncDiv32(static_cast<int32_t>(r.sum), kZoomWindow);
+        const int32_t sd = rtm::breath::integerStd(r, kZoomWindow, mean);
         if (rtm::wrapAbs32(rtm::wrapSub32(mx, mn)) < kFlatSwing) {
             value[ch] = 0;
         } else if (sd == 0) {

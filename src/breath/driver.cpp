@@ -5,8 +5,10 @@
 // dead-sensor blocks and the trimmed mean of the reported rate live here.
 #include <algorithm>
 #include <cstdint>
+#include <cstring>
 
 #include "breath/rate_update.h"
+#include "breath/window_stats.h"
 #include "common/exact_math.h"
 #include "rtmonitor/CBreathPro.h"
 
@@ -21,6 +23,24 @@ constexpr int32_t kMotionHoldEnd = 10;   // updates until a disturbance stops ho
 constexpr int32_t kNoSignalHoldEnd = 4;  // updates until missing signal stops holding
 
 enum SampleClass { kDisturbance = 0, kUsable = 1, kNoSignal = 2 };
+
+// Samples bound for the end of the analysis buffer, held back so that the buffer moves once
+// per read instead of by one place per sample. Only the rate update reads the buffer, so moving
+// it by all pending places just before that and at the end of the block leaves every state that
+// is read, and the buffer after each call, as one-place shifts would.
+struct PendingSamples {
+    int values[BREATH_SAMPLE_RATE];
+    int count = 0;
+
+    void add(int v) { values[count++] = v; }
+    void flushInto(int* buffer) {
+        if (count == 0) return;
+        const std::size_t kept = static_cast<std::size_t>(kBufferSamples - count);
+        std::memmove(buffer, buffer + count, kept * sizeof(int));
+        std::memcpy(buffer + kept, values, static_cast<std::size_t>(count) * sizeof(int));
+        count = 0;
+    }
+};
 
 // Holds, the zero outcome and the reported output of one rate update.
 void runRateUpdate(CBreathPro& a, int sampleClass, int* pRate, int* pStatus) {
@@ -90,6 +110,7 @@ void CBreathPro::ProcessingBreath(int nPass, int* pChan0, int* pChan1, int /*nCo
     }
     const bool deadBlock = atLow == BREATH_SAMPLE_RATE || atHigh == BREATH_SAMPLE_RATE;
 
+    PendingSamples pending;
     for (int i = 0; i < BREATH_SAMPLE_RATE; ++i) {
         lSampleCount += 1;
 
@@ -99,11 +120,22 @@ void CBreathPro::ProcessingBreath(int nPass, int* pChan0, int* pChan1, int /*nCo
         pDisplay0[i] = rtm::truncDiv32(packed, 10000);
         pDisplay1[i] = rtm::truncMod32(packed, 10000);
 
-        Arrayshiftint(nBreathBuffer, kBufferSamples, y1);
-        nEnergyRing[nEnergyRingPos] = y1;
-        const float energy = energysum(nEnergyRing, kEnergySamples);
-        const bool notAllZero = judgezeros(nEnergyRing, 0, kEnergySamples, 0, kEnergySamples);
-        nEnergyRingPos = (nEnergyRingPos + 1 == kEnergySamples) ? 0 : nEnergyRingPos + 1;
+        pending.add(y1);
+        // energysum and judgezeros of the window once y1 is stored, from its statistics before.
+        const int slot = nEnergyRingPos;
+        const int32_t leaving = nEnergyRing[slot];
+        const rtm::kernels::RangeStats before = rtm::kernels::rangeStats(nEnergyRing, kEnergySamples);
+        const uint32_t o = static_cast<uint32_t>(leaving);
+        const uint32_t u = static_cast<uint32_t>(y1);
+        const float energy = rtm::breath::energyOfSquares(before.squares - o * o + u * u);
+        nEnergyRing[slot] = y1;
+        // Only a window of zeros alone counts as all zero.
+        bool notAllZero = true;
+        if (y1 == 0) {
+            notAllZero = leaving == 0 ? !(before.mx == 0 && before.mn == 0)
+                                      : judgezeros(nEnergyRing, 0, kEnergySamples, 0, kEnergySamples);
+        }
+        nEnergyRingPos = (slot + 1 == kEnergySamples) ? 0 : slot + 1;
 
         int sampleClass;
         if (energy > kDisturbanceEnergy) {
@@ -132,6 +164,8 @@ void CBreathPro::ProcessingBreath(int nPass, int* pChan0, int* pChan1, int /*nCo
             *pRate = rtm::floatToIntX86(fReportedRate);
             continue;
         }
+        pending.flushInto(nBreathBuffer);
         runRateUpdate(*this, sampleClass, pRate, pStatus);
     }
+    pending.flushInto(nBreathBuffer);
 }

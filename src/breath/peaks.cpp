@@ -27,6 +27,85 @@ bool acceptAdaptive(int32_t amp, int32_t a1, int32_t a2, int64_t dOpp, int64_t h
     return amp > big;
 }
 
+// The lists under construction while the window is walked from turning point to turning point.
+// Index 0 holds the peaks, index 1 the troughs.
+struct ExtremaWalk {
+    const int* data;
+    int64_t minDist;       // least spacing between two extrema of one kind
+    int64_t halfDist;      // least spacing from the first opposite extremum
+    int64_t halfDistWide;  // least spacing from the newest opposite extremum in the early phase
+    int* loc[2];
+    int num[2];
+    bool started;
+    bool lastWasPeak;
+};
+
+// Appends the candidate at `pos` to the list of kind `side` and remembers which kind came last.
+void accept(ExtremaWalk& w, int side, int64_t pos) {
+    w.loc[side][w.num[side]++] = static_cast<int>(pos);
+    w.lastWasPeak = side == 0;
+}
+
+// A candidate following one of its own kind: the more extreme of the two wins (the higher peak,
+// the lower trough); ties keep the earlier. Before any is accepted there is nothing to replace.
+void replaceIfBeyond(ExtremaWalk& w, int side, int64_t pos) {
+    const int n = w.num[side];
+    if (n == 0) return;
+    const int32_t x = w.data[pos];
+    const int32_t last = w.data[w.loc[side][n - 1]];
+    if (side == 0 ? x > last : x < last) w.loc[side][n - 1] = static_cast<int>(pos);
+}
+
+// A candidate once five peaks and five troughs exist: it must swing more than 100 counts from
+// the newest opposite extremum and pass the adaptive test. `halfGap` differs between the sides.
+bool passesAdaptive(const ExtremaWalk& w, int side, int64_t pos, int64_t halfGap) {
+    const int opp = 1 - side;
+    const int* same = w.loc[side];
+    const int* other = w.loc[opp];
+    const int ns = w.num[side];
+    const int no = w.num[opp];
+    const int32_t vSame = w.data[same[ns - 1]];
+    const int32_t vOpp1 = w.data[other[no - 1]];
+    const int32_t vOpp2 = w.data[other[no - 2]];
+    const int32_t amp = swingBetween(w.data[pos], vOpp1);
+    const int64_t dOpp = pos - other[no - 1];
+    return amp > 100 && pos - same[ns - 1] > w.minDist &&
+           acceptAdaptive(amp, swingBetween(vSame, vOpp1), swingBetween(vSame, vOpp2), dOpp, halfGap);
+}
+
+// A candidate of kind `side` following one of the other kind.
+void considerAfterOpposite(ExtremaWalk& w, int side, int64_t pos, int64_t adaptiveHalfGap) {
+    const int opp = 1 - side;
+    const int* same = w.loc[side];
+    const int* other = w.loc[opp];
+    const int ns = w.num[side];
+    const int no = w.num[opp];
+    if (ns == 0) {
+        if (no > 0 && pos - other[0] > w.halfDist) accept(w, side, pos);
+        // Set even when the candidate is refused: the next one of the other kind is then judged
+        // as following this kind, which existing outputs depend on.
+        w.lastWasPeak = side == 0;
+    } else if (no == 0) {
+        if (pos - same[ns - 1] > w.minDist) accept(w, side, pos);
+    } else if (!(ns > 4 && no > 4)) {
+        if (pos - same[ns - 1] > w.minDist && pos - other[no - 1] > w.halfDistWide) accept(w, side, pos);
+    } else if (passesAdaptive(w, side, pos, adaptiveHalfGap)) {
+        accept(w, side, pos);
+    }
+}
+
+// One turning point of kind `side` (0 peak, 1 trough).
+void considerExtremum(ExtremaWalk& w, int side, int64_t pos, int64_t adaptiveHalfGap) {
+    if (!w.started) {
+        w.started = true;
+        accept(w, side, pos);
+    } else if (w.lastWasPeak == (side == 0)) {
+        replaceIfBeyond(w, side, pos);
+    } else {
+        considerAfterOpposite(w, side, pos, adaptiveHalfGap);
+    }
+}
+
 }  // namespace
 
 void CBreathPro::FindPeakMinMax(int* data, int nStart, int nEnd, int nMinDist, int* pPeakLoc, int* pTroughLoc,
@@ -39,95 +118,23 @@ void CBreathPro::FindPeakMinMax(int* data, int nStart, int nEnd, int nMinDist, i
         *pTroughNum = 0;
         return;
     }
-    const int64_t minDist = nMinDist;
     const int64_t nHalfDist = nMinDist / 2;
-    const int64_t nHalfDistWide = nHalfDist + 2;
-
-    int np = 0;
-    int nt = 0;
-    bool started = false;
-    bool lastWasPeak = false;
+    ExtremaWalk w{data, nMinDist, nHalfDist, nHalfDist + 2, {pPeakLoc, pTroughLoc}, {0, 0}, false, false};
 
     // Only turning points change the lists; the stretches between them are skipped in bulk.
+    // The trough side keeps the wider half spacing in its adaptive test where the peak side uses
+    // the plain one; rates on record depend on this asymmetry.
     for (int64_t pos = rtm::kernels::nextTurn(data, first, stop); pos < stop;
          pos = rtm::kernels::nextTurn(data, pos + 1, stop)) {
-        const int i = static_cast<int>(pos);
-        const int32_t x = data[i];
-        const int32_t p = data[i - 1];
-        const int32_t n = data[i + 1];
-
+        const int32_t x = data[pos];
+        const int32_t p = data[pos - 1];
+        const int32_t n = data[pos + 1];
         if (x > p && x >= n) {
-            if (!started) {
-                pPeakLoc[np++] = i;
-                started = true;
-                lastWasPeak = true;
-            } else if (lastWasPeak) {
-                // The higher of two peaks with no trough between them wins; ties keep the earlier.
-                // Before any peak is accepted there is nothing to replace.
-                if (np > 0 && x > data[pPeakLoc[np - 1]]) pPeakLoc[np - 1] = i;
-            } else if (np == 0) {
-                if (nt > 0 && pos - pTroughLoc[0] > nHalfDist) pPeakLoc[np++] = i;
-                // Set even when the candidate is refused: the next trough is then judged as one
-                // following a peak, which existing outputs depend on.
-                lastWasPeak = true;
-            } else if (nt == 0) {
-                if (pos - pPeakLoc[np - 1] > minDist) {
-                    pPeakLoc[np++] = i;
-                    lastWasPeak = true;
-                }
-            } else if (!(np > 4 && nt > 4)) {
-                if (pos - pPeakLoc[np - 1] > minDist && pos - pTroughLoc[nt - 1] > nHalfDistWide) {
-                    pPeakLoc[np++] = i;
-                    lastWasPeak = true;
-                }
-            } else {
-                const int32_t vp = data[pPeakLoc[np - 1]];
-                const int32_t vt1 = data[pTroughLoc[nt - 1]];
-                const int32_t vt2 = data[pTroughLoc[nt - 2]];
-                const int32_t amp = swingBetween(x, vt1);
-                const int64_t dT = pos - pTroughLoc[nt - 1];
-                if (amp > 100 && pos - pPeakLoc[np - 1] > minDist &&
-                    acceptAdaptive(amp, swingBetween(vp, vt1), swingBetween(vp, vt2), dT, nHalfDist)) {
-                    pPeakLoc[np++] = i;
-                    lastWasPeak = true;
-                }
-            }
+            considerExtremum(w, 0, pos, w.halfDist);
         } else if (x < p && x <= n) {
-            if (!started) {
-                pTroughLoc[nt++] = i;
-                started = true;
-                lastWasPeak = false;
-            } else if (!lastWasPeak) {
-                if (nt > 0 && x < data[pTroughLoc[nt - 1]]) pTroughLoc[nt - 1] = i;
-            } else if (nt == 0) {
-                if (np > 0 && pos - pPeakLoc[0] > nHalfDist) pTroughLoc[nt++] = i;
-                lastWasPeak = false;  // set whether or not accepted, as on the peak side
-            } else if (np == 0) {
-                if (pos - pTroughLoc[nt - 1] > minDist) {
-                    pTroughLoc[nt++] = i;
-                    lastWasPeak = false;
-                }
-            } else if (!(np > 4 && nt > 4)) {
-                if (pos - pTroughLoc[nt - 1] > minDist && pos - pPeakLoc[np - 1] > nHalfDistWide) {
-                    pTroughLoc[nt++] = i;
-                    lastWasPeak = false;
-                }
-            } else {
-                const int32_t vt = data[pTroughLoc[nt - 1]];
-                const int32_t vp1 = data[pPeakLoc[np - 1]];
-                const int32_t vp2 = data[pPeakLoc[np - 2]];
-                const int32_t amp = swingBetween(x, vp1);
-                const int64_t dP = pos - pPeakLoc[np - 1];
-                // The trough side keeps the wider half spacing where the peak side uses the
-                // plain one; rates on record depend on this asymmetry.
-                if (amp > 100 && pos - pTroughLoc[nt - 1] > minDist &&
-                    acceptAdaptive(amp, swingBetween(vt, vp1), swingBetween(vt, vp2), dP, nHalfDistWide)) {
-                    pTroughLoc[nt++] = i;
-                    lastWasPeak = false;
-                }
-            }
+            considerExtremum(w, 1, pos, w.halfDistWide);
         }
     }
-    *pPeakNum = np;
-    *pTroughNum = nt;
+    *pPeakNum = w.num[0];
+    *pTroughNum = w.num[1];
 }

@@ -10,6 +10,7 @@
 
 #include "common/exact_math.h"
 #include "common/kernels.h"
+#include "heart/driver_stages.h"
 #include "heart/ring.h"
 #include "rtmonitor/CBeatMeasure.h"
 
@@ -65,11 +66,15 @@ struct SortedWindow {
 thread_local SortedWindow tSortedWindow;
 
 // Median of `ring` (kMedianLength values) in which only slot `slot` may have changed since the
-// previous call.
-int slidingMedian(const int* ring, int slot) {
+// previous call. `known`: the copy is known to match the ring but for that slot.
+int slidingMedian(const int* ring, int slot, bool known) {
     constexpr int n = CBeatMeasure::kMedianLength;
     SortedWindow& w = tSortedWindow;
-    if (!w.filled || !rtm::kernels::slideWindow(w.window, w.sorted, ring, n, slot)) {
+    if (known && w.filled) {
+        const int leaving = w.window[slot];
+        w.window[slot] = ring[slot];
+        rtm::kernels::replaceSorted(w.sorted, leaving, ring[slot]);
+    } else if (!w.filled || !rtm::kernels::slideWindow(w.window, w.sorted, ring, n, slot)) {
         std::memcpy(w.window, ring, sizeof w.window);
         std::memcpy(w.sorted, ring, sizeof w.window);
         std::sort(w.sorted, w.sorted + n);
@@ -112,13 +117,16 @@ int CBeatMeasure::BaseFilter(int x) {
 int CBeatMeasure::LowFilterHeart(int x) {
     int pos = nLowPassPos;
     if (pos < 0 || pos >= kLowPassTaps) pos = rtm::heart::wrapModulo(pos, kLowPassTaps);
-    nLowPassRing[pos] = x;
 
     // Wrapping sums and products are associative and commutative modulo 2^32, so taking the
     // ring in storage order against a matching slice of the taps gives the same word as summing
-    // the products lag by lag.
+    // the products lag by lag. The ring is read before the new sample is stored and the slot's
+    // product exchanged afterwards: a vector read just after a store into it would wait.
     const uint32_t* taps = kRingAlignedTaps.c + (kLowPassTaps - 1 - pos);
-    const uint32_t sum = rtm::kernels::dot(nLowPassRing, taps, kLowPassTaps);
+    const uint32_t tap = taps[pos];
+    const uint32_t sum = rtm::kernels::dot(nLowPassRing, taps, kLowPassTaps) -
+                         tap * static_cast<uint32_t>(nLowPassRing[pos]) + tap * static_cast<uint32_t>(x);
+    nLowPassRing[pos] = x;
 
     nLowPassPos = (pos + 1 == kLowPassTaps) ? 0 : pos + 1;
     return truncDiv32(static_cast<int32_t>(sum), kLowPassDivisor);
@@ -136,28 +144,33 @@ int CBeatMeasure::GetWavePeak(int* data, int count) {
 }
 
 int CBeatMeasure::Processingheartdata(int, int nSample, int* pOut) {
-    nWarmupCount = wrapAdd32(nWarmupCount, 1);
+    return rtm::heart::conditionSample(*this, nSample, pOut, false);
+}
 
-    int p = nMedianRingPos;
+int rtm::heart::conditionSample(CBeatMeasure& m, int sample, int* display, bool sameWindowAsLastSample) {
+    constexpr int kMedianLength = CBeatMeasure::kMedianLength;
+    m.nWarmupCount = wrapAdd32(m.nWarmupCount, 1);
+
+    int p = m.nMedianRingPos;
     if (p < 0 || p >= kMedianLength) p = rtm::heart::wrapModulo(p, kMedianLength);
-    nMedianRing[p] = nSample;
+    m.nMedianRing[p] = sample;
     // The centre of the 51 samples held: 25 places behind the newest.
-    const int delayed = (p >= 25) ? nMedianRing[p - 25] : nMedianRing[p + 26];
-    nMedianRingPos = (p + 1 == kMedianLength) ? 0 : p + 1;
+    const int delayed = (p >= 25) ? m.nMedianRing[p - 25] : m.nMedianRing[p + 26];
+    m.nMedianRingPos = (p + 1 == kMedianLength) ? 0 : p + 1;
 
     // medfilt1 over the ring, without re-selecting from scratch.
-    const int b = BaseFilter(wrapSub32(delayed, slidingMedian(nMedianRing, p)));
+    const int b = m.BaseFilter(wrapSub32(delayed, slidingMedian(m.nMedianRing, p, sameWindowAsLastSample)));
 
-    nSmoothHist[0] = nSmoothHist[1];
-    nSmoothHist[1] = nSmoothHist[2];
-    nSmoothHist[2] = b;
+    m.nSmoothHist[0] = m.nSmoothHist[1];
+    m.nSmoothHist[1] = m.nSmoothHist[2];
+    m.nSmoothHist[2] = b;
 
-    int display = kDisplayOffset;
-    if (nWarmupCount > kWarmupSamples) {
-        nWarmupCount = kWarmupDone;  // stops counting for good
-        const int sum = wrapAdd32(wrapAdd32(nSmoothHist[0], nSmoothHist[1]), nSmoothHist[2]);
-        display = wrapAdd32(truncDiv32(sum, 3), kDisplayOffset);
+    int shown = kDisplayOffset;
+    if (m.nWarmupCount > kWarmupSamples) {
+        m.nWarmupCount = kWarmupDone;  // stops counting for good
+        const int sum = wrapAdd32(wrapAdd32(m.nSmoothHist[0], m.nSmoothHist[1]), m.nSmoothHist[2]);
+        shown = wrapAdd32(truncDiv32(sum, 3), kDisplayOffset);
     }
-    if (pOut != nullptr) *pOut = display;
+    if (display != nullptr) *display = shown;
     return b;
 }

@@ -20,15 +20,27 @@ constexpr int kLearnSpanSamples = 600;  // start-up thresholds: maxima of the la
 constexpr int kConvexDelay = 3;         // the convex value at p is complete three samples later
 constexpr int kEnergyWindow = 10;       // entries of nEnergyWindow
 
+// One term of the window's energy, as 32-bit unsigned arithmetic gives it.
+uint32_t energyTerm(int v) {
+    const uint32_t e = static_cast<uint32_t>(v);
+    return (e * e) / 10000u;
+}
+
 // Pushes the newest complete convex value into the energy window and the window's energy into
-// the energy ring. True when the energy crossed half the energy threshold.
-bool pushEnergy(CBeatMeasure& m, int convexValue) {
+// the energy ring. True when the energy crossed half the energy threshold. `windowSum` carries
+// the sum of the window's terms from one sample of a packet to the next: the terms are summed
+// modulo 2^32, so taking out the leaving term and adding the entering one gives the word a full
+// sum gives. On the first sample of a packet (`firstOfPacket`) it is summed afresh.
+bool pushEnergy(CBeatMeasure& m, int convexValue, uint32_t& windowSum, bool firstOfPacket) {
+    const int leaving = m.nEnergyWindow[wrapModulo(m.nEnergyWindowPos, kEnergyWindow)];
     pushRing(m.nEnergyWindow, m.nEnergyWindowPos, convexValue);
     uint32_t acc = 0;
-    for (int k = 0; k < kEnergyWindow; ++k) {
-        const uint32_t e = static_cast<uint32_t>(m.nEnergyWindow[k]);
-        acc += (e * e) / 10000u;
+    if (firstOfPacket) {
+        for (int k = 0; k < kEnergyWindow; ++k) acc += energyTerm(m.nEnergyWindow[k]);
+    } else {
+        acc = windowSum - energyTerm(leaving) + energyTerm(convexValue);
     }
+    windowSum = acc;
     const int slot = pushRing(m.nEnergyRing, m.nEnergyRingPos, static_cast<int>(acc / 10u));
 
     const int threshold = m.nEnergyThreshold[0];
@@ -116,17 +128,21 @@ bool storeBeats(CBeatMeasure& m, const std::vector<BeatMeasure>& beats) {
 
 }  // namespace
 
-int conditionPacket(CBeatMeasure& m, int channel, const int* samples, int count, int* waveOut) {
+int conditionPacket(CBeatMeasure& m, int /*channel: one lead is conditioned*/, const int* samples, int count,
+                    int* waveOut) {
     int* filtered = m.nFilteredRing[0];
     int* absolute = m.nAbsRing[0];
     const int* convex = m.nConvexRing[0];
     int energyCrossings = 0;
+    uint32_t windowSum = 0;
     for (int i = 0; i < count; ++i) {
         m.nRingPos = (m.nRingPos >= kRingLength - 1 || m.nRingPos < -1) ? 0 : m.nRingPos + 1;
         const int pos = m.nRingPos;
 
         int display = 0;
-        m.Processingheartdata(channel, samples[i], &display);
+        // Nothing else writes the median ring during the packet, so its kept sorted copy is
+        // checked against it on the first sample only.
+        conditionSample(m, samples[i], &display, i > 0);
         if (waveOut != nullptr) waveOut[i] = display;
 
         const int low = m.LowFilterHeart(wrapSub32(display, kDisplayOffset));
@@ -135,7 +151,7 @@ int conditionPacket(CBeatMeasure& m, int channel, const int* samples, int count,
         filtered[pos] = s;
         absolute[pos] = wrapAbs32(s);
         m.Convexpointoperator(0);
-        if (pushEnergy(m, convex[ringAt(pos, -kConvexDelay)])) ++energyCrossings;
+        if (pushEnergy(m, convex[ringAt(pos, -kConvexDelay)], windowSum, i == 0)) ++energyCrossings;
     }
     return energyCrossings;
 }

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "common/exact_math.h"
+#include "common/kernels.h"
 #include "heart/ring.h"
 #include "rtmonitor/CBeatMeasure.h"
 
@@ -170,16 +171,18 @@ int CBeatMeasure::CalcRCharacter(int pos, int lead) {
 int CBeatMeasure::GetEcgMainPeak(int pos, int span) {
     if (span < 1) return -1024;
     const int* f = nFilteredRing[(nLeadIndex >= 0 && nLeadIndex < kLeadRows) ? nLeadIndex : 0];
-    int hi = -512;
-    int lo = 512;
-    int x = ringAt(pos);
-    // Past one full turn the ring only repeats itself, so the extremes are already known.
+    const int x = ringAt(pos);
+    // Past one full turn the ring only repeats itself, so the extremes are already known. The
+    // span walked back from x is at most two stretches of the ring as stored.
     const int steps = std::min(span, kRingLength);
-    for (int k = 0; k < steps; ++k) {
-        const int v = f[x];
-        if (v > hi) hi = v;
-        if (v < lo) lo = v;
-        x = x == 0 ? kRingLength - 1 : x - 1;
+    const int newer = std::min(steps, x + 1);
+    rtm::kernels::RangeStats r = rtm::kernels::rangeStats(f + (x + 1 - newer), newer);
+    int hi = std::max(-512, r.mx);
+    int lo = std::min(512, r.mn);
+    if (steps > newer) {
+        r = rtm::kernels::rangeStats(f + (kRingLength - (steps - newer)), steps - newer);
+        hi = std::max(hi, r.mx);
+        lo = std::min(lo, r.mn);
     }
     return rtm::wrapSub32(hi, lo);
 }

@@ -24,8 +24,13 @@ constexpr int kDisplayOffset = 512;
 // search keeps the same distance from the newest confirmed peak.
 constexpr int kPeakSpacingSamples = 30;
 
-// x modulo n, in 0..n-1, for any int64 x (n > 0).
+// x modulo n, in 0..n-1, for any int64 x (n > 0). Nearly every caller is at most one turn
+// outside the ring, which needs no division.
 inline int wrapModulo(int64_t x, int n) {
+    const uint64_t un = static_cast<uint64_t>(n);
+    if (static_cast<uint64_t>(x) < un) return static_cast<int>(x);
+    if (x < 0 && x >= -static_cast<int64_t>(n)) return static_cast<int>(x + n);
+    if (x >= n && x - n < n) return static_cast<int>(x - n);
     int64_t r = x % n;
     if (r < 0) r += n;
     return static_cast<int>(r);

@@ -2,7 +2,10 @@
 // backward search for a beat the main-peak state machine walked past, and the forward distance
 // between two ring positions. Spans wrap at the ring end; positions are samples of 5 ms. These
 // read the rings and nPeakPosRing only and call nothing else of the analyser.
+#include <algorithm>
+
 #include "common/exact_math.h"
+#include "common/kernels.h"
 #include "heart/ring.h"
 #include "rtmonitor/CBeatMeasure.h"
 
@@ -16,22 +19,32 @@ namespace {
 // Span before a candidate of the backward search over which it must dominate.
 constexpr int kDominanceSpan = 35;
 
-// The first position of the best value over `from` up to (not including) `to`, walked forward
-// with the wrap at `len`; `better` is strict, so the first occurrence wins. `pos` keeps `from`
-// when nothing beats the value there.
-template <typename Better>
-int firstExtreme(const int* ring, int from, int to, int len, int& pos, Better better) {
+// The first position of the largest (`wantMax`) or smallest value over `from` up to (not
+// including) `to`, walked forward with the wrap at `len`; the first occurrence wins. `pos` keeps
+// `from` when nothing beats the value there. The extreme comes from at most two stretches of the
+// ring as stored; only then is its first position looked for.
+template <bool wantMax>
+int firstExtreme(const int* ring, int from, int to, int len, int& pos) {
     pos = from;
     if (ring == nullptr || len < 1) return 0;
     const int count = wrapModulo(static_cast<int64_t>(to) - from, len);
     int idx = wrapModulo(from, len);
-    int best = ring[idx];
-    for (int k = 0; k < count; ++k) {
-        if (better(ring[idx], best)) {
-            best = ring[idx];
-            pos = idx;
-        }
+    if (count == 0) return ring[idx];
+    const auto pick = [](int a, int b) { return wantMax ? std::max(a, b) : std::min(a, b); };
+    const int first = std::min(count, len - idx);
+    rtm::kernels::RangeStats r = rtm::kernels::rangeStats(ring + idx, first);
+    int best = wantMax ? r.mx : r.mn;
+    if (count > first) {
+        r = rtm::kernels::rangeStats(ring, count - first);
+        best = pick(best, wantMax ? r.mx : r.mn);
+    }
+    if (ring[idx] == best) return best;
+    for (int k = 1; k < count; ++k) {
         idx = (idx + 1 == len) ? 0 : idx + 1;
+        if (ring[idx] == best) {
+            pos = idx;
+            break;
+        }
     }
     return best;
 }
@@ -39,11 +52,11 @@ int firstExtreme(const int* ring, int from, int to, int len, int& pos, Better be
 }  // namespace
 
 int CBeatMeasure::lngFindLocalMaxLocation(int* ring, int from, int to, int len, int& pos) {
-    return firstExtreme(ring, from, to, len, pos, [](int v, int best) { return v > best; });
+    return firstExtreme<true>(ring, from, to, len, pos);
 }
 
 int CBeatMeasure::lngFindLocalMinLocation(int* ring, int from, int to, int len, int& pos) {
-    return firstExtreme(ring, from, to, len, pos, [](int v, int best) { return v < best; });
+    return firstExtreme<false>(ring, from, to, len, pos);
 }
 
 int CBeatMeasure::lngFindLocalMaxLocation_reverse(int* ring, int* shape, int from, int to, int, int threshold, int& pos,

@@ -33,6 +33,20 @@ TEST(RingIndex, ExtremePositionsStayInTheRingWithoutOverflow) {
     EXPECT_EQ(wrapModulo(std::numeric_limits<int64_t>::min(), 7), 6);
 }
 
+TEST(RingIndex, FoldingAgreesWithTheModuloAtTheEdgesOfEachTurn) {
+    // The first turns either side of the ring fold without a division; the results at and around
+    // their edges must be those of the plain modulo.
+    for (const int n : {1, 5, 20, 4000}) {
+        for (const int64_t base : {int64_t{0}, int64_t{n}, -int64_t{n}, 2 * int64_t{n}, -2 * int64_t{n}}) {
+            for (int64_t x = base - 2; x <= base + 2; ++x) {
+                const int64_t expected = ((x % n) + n) % n;
+                EXPECT_EQ(wrapModulo(x, n), expected) << "x " << x << " n " << n;
+            }
+        }
+    }
+    EXPECT_EQ(wrapModulo(std::numeric_limits<int64_t>::max(), 4000), 3807);
+}
+
 TEST(RingIndex, SlotsAndDistances) {
     EXPECT_EQ(slotAt(0, -1), 19);
     EXPECT_EQ(slotAt(19, 1), 0);

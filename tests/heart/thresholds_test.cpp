@@ -32,6 +32,25 @@ TEST_F(HeartThresholds, ConvexAndRingSearchesWrapAt3999) {
     EXPECT_EQ(b.lngFindLocalMaxLocation(f, 3995, 3995, kRing, pos), -4) << "empty span: its start";
 }
 
+TEST_F(HeartThresholds, SpanExtremesAcrossTheWrapKeepTheirPositions) {
+    int* r = b.nAbsRing[0];
+    r[3995] = 70, r[3] = 70;
+    int pos = 0;
+    EXPECT_EQ(b.lngFindLocalMaxLocation(r, -5, 8, kRing, pos), 70);
+    EXPECT_EQ(pos, -5) << "a best value at the start leaves the start as given, unfolded";
+    r[3996] = -9, r[2] = -9;
+    EXPECT_EQ(b.lngFindLocalMinLocation(r, 3990, 7, kRing, pos), -9);
+    EXPECT_EQ(pos, 3996);
+
+    // The main-peak swing walks back from pos across the wrap.
+    int* f = b.nFilteredRing[0];
+    EXPECT_EQ(b.GetEcgMainPeak(2, 10), 0);
+    f[3993] = 700, f[3992] = 900, f[1] = -600;
+    EXPECT_EQ(b.GetEcgMainPeak(2, 10), 1300) << "3993..2 holds 700 and -600; 3992 lies outside";
+    EXPECT_EQ(b.GetEcgMainPeak(2, 11), 1500);
+    EXPECT_EQ(b.GetEcgMainPeak(2, 9000), 1500) << "a span past one turn sees the whole ring";
+}
+
 TEST_F(HeartThresholds, LearnersCrossedGatedTrimmedAndFloored) {
     b.nRingPos = 50;                                                  // the spans of every second wrap below 0
     placeSecondMaxima(b.nConvexRing[0], 50, {9000, 10, 10, 10, 1});   // mean 10 -> floor 100
