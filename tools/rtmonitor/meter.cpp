@@ -50,12 +50,11 @@ struct Scenario {
     std::string name;
     std::string waveform;  // one line describing the parameters
     Kind kind = Kind::Steady;
-    double seconds = 40;
     std::vector<Beat> beats;
-    double expected = 0;  // rate the meter should read at the end (0: no rate)
-    double eventAt = 0;   // step time, or asystole onset (last beat)
-    double resumeAt = 0;  // asystole: first beat after it
-    double mainsHz = 0, mainsMv = 0, wanderHz = 0, wanderMv = 0, noiseMv = 0;
+    double expected = 0;                    // rate the meter should read at the end (0: no rate)
+    double eventAt = 0;                     // step time, or asystole onset (last beat)
+    double resumeAt = 0;                    // asystole: first beat after it
+    rtm_synth::TestPatternOptions pattern;  // length (40 s unless set), interference, noise
 };
 
 struct Outcome {
@@ -94,19 +93,8 @@ Beat ventricular() {
     return b;
 }
 
-std::vector<double> render(const Scenario& s) {
-    rtm_synth::TestPatternOptions options;
-    options.seconds = s.seconds;
-    options.mainsHz = s.mainsHz;
-    options.mainsMv = s.mainsMv;
-    options.wanderHz = s.wanderHz;
-    options.wanderMv = s.wanderMv;
-    options.noiseMv = s.noiseMv;
-    return rtm_synth::renderTestPattern(s.beats, options);
-}
-
 std::vector<int> runThroughLibrary(const Scenario& s, int32_t device) {
-    const std::vector<double> mv = render(s);
+    const std::vector<double> mv = rtm_synth::renderTestPattern(s.beats, s.pattern);
     ParamsIn in;
     std::memset(&in, 0, sizeof in);
     in.nDeviceId = device;
@@ -182,7 +170,7 @@ std::vector<Scenario> scenarios() {
         s.name = name;
         s.waveform = waveform;
         s.expected = rate;
-        addRegular(s.beats, rate, 0.5, s.seconds, shape);
+        addRegular(s.beats, rate, 0.5, s.pattern.seconds, shape);
         list.push_back(s);
         return &list.back();
     };
@@ -220,11 +208,11 @@ std::vector<Scenario> scenarios() {
         s.name = "step 80 to " + num(to);
         s.waveform = "80 bpm for 40 s, then " + num(to) + " bpm for 40 s; response time";
         s.kind = Kind::Step;
-        s.seconds = 80;
+        s.pattern.seconds = 80;
         s.eventAt = 40;
         s.expected = to;
         addRegular(s.beats, 80, 0.5, 40);
-        addRegular(s.beats, to, s.beats.back().time + 60.0 / to, s.seconds);
+        addRegular(s.beats, to, s.beats.back().time + 60.0 / to, s.pattern.seconds);
         list.push_back(s);
     }
     {
@@ -234,7 +222,7 @@ std::vector<Scenario> scenarios() {
             s.name = name;
             s.waveform = waveform;
             s.expected = rate;
-            addPattern(s.beats, intervals, shapes, 0.5, s.seconds);
+            addPattern(s.beats, intervals, shapes, 0.5, s.pattern.seconds);
             list.push_back(s);
         };
         const Beat normal;
@@ -257,13 +245,13 @@ std::vector<Scenario> scenarios() {
         s.waveform = "80 bpm for 30 s, no beats for 20 s, 80 bpm for 30 s" +
                      (noise > 0 ? std::string("; 0.05 mV rms noise throughout") : std::string());
         s.kind = Kind::Asystole;
-        s.seconds = 80;
-        s.noiseMv = noise;
+        s.pattern.seconds = 80;
+        s.pattern.noiseMv = noise;
         s.expected = 80;
         addRegular(s.beats, 80, 0.5, 30);
         s.eventAt = s.beats.back().time;
         s.resumeAt = s.eventAt + 20;
-        addRegular(s.beats, 80, s.resumeAt, s.seconds);
+        addRegular(s.beats, 80, s.resumeAt, s.pattern.seconds);
         list.push_back(s);
     }
     for (double hz : {50.0, 60.0}) {
@@ -271,9 +259,9 @@ std::vector<Scenario> scenarios() {
         s.name = "mains " + num(hz) + " Hz";
         s.waveform = "80 bpm, 1 mV, with " + num(hz) + " Hz interference of 0.2 mV amplitude";
         s.expected = 80;
-        s.mainsHz = hz;
-        s.mainsMv = 0.2;
-        addRegular(s.beats, 80, 0.5, s.seconds);
+        s.pattern.mainsHz = hz;
+        s.pattern.mainsMv = 0.2;
+        addRegular(s.beats, 80, 0.5, s.pattern.seconds);
         list.push_back(s);
     }
     {
@@ -281,9 +269,9 @@ std::vector<Scenario> scenarios() {
         s.name = "baseline wander";
         s.waveform = "80 bpm, 1 mV, on a 0.25 Hz sine of 1 mV amplitude";
         s.expected = 80;
-        s.wanderHz = 0.25;
-        s.wanderMv = 1;
-        addRegular(s.beats, 80, 0.5, s.seconds);
+        s.pattern.wanderHz = 0.25;
+        s.pattern.wanderMv = 1;
+        addRegular(s.beats, 80, 0.5, s.pattern.seconds);
         list.push_back(s);
     }
     return list;
