@@ -8,7 +8,7 @@
 #include <cstring>
 #include <string>
 
-#include "frame_file.h"
+#include "formats/frame_file.h"
 #include "fuzz_common.h"
 
 namespace rtm_fuzz_frame_file {
@@ -32,7 +32,7 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
 
 RTM_FUZZ_TARGET(rtmFuzzFrameFile) {
     using namespace rtm_fuzz;
-    using rtmtool::FrameReader;
+    using rtmfmt::FrameReader;
     const std::string& path = rtm_fuzz_frame_file::tempPath();
     {
         std::FILE* f = std::fopen(path.c_str(), "wb");
@@ -46,11 +46,11 @@ RTM_FUZZ_TARGET(rtmFuzzFrameFile) {
     FrameReader::Result r;
     ParamsIn frame;
     while ((r = reader.next(frame)) == FrameReader::Result::Frame) {
-        const uint8_t* raw = data + frames * rtmtool::kFrameBytes;
-        unsigned char again[rtmtool::kFrameBytes];
-        rtmtool::encodeFrame(frame, again);
+        const uint8_t* raw = data + frames * rtmfmt::kFrameBytes;
+        unsigned char again[rtmfmt::kFrameBytes];
+        rtmfmt::encodeFrame(frame, again);
         if (std::memcmp(again, raw, sizeof again) != 0) invariantFailed("a record does not round-trip", 0, frames);
-        ParamsIn decoded = rtmtool::decodeFrame(raw);
+        ParamsIn decoded = rtmfmt::decodeFrame(raw);
         if (std::memcmp(&decoded, &frame, sizeof frame) != 0)
             invariantFailed("decodeFrame differs from the reader", 0, frames);
         if (frames < static_cast<size_t>(rtm_fuzz_frame_file::kMaxFramesToAnalyse)) {
@@ -60,9 +60,9 @@ RTM_FUZZ_TARGET(rtmFuzzFrameFile) {
             checkOutput(out, frame.nHeartMode, frames);
         }
         ++frames;
-        if (frames > size / rtmtool::kFrameBytes) invariantFailed("more records than the file holds", 0, frames);
+        if (frames > size / rtmfmt::kFrameBytes) invariantFailed("more records than the file holds", 0, frames);
     }
-    const size_t whole = size / rtmtool::kFrameBytes, rest = size % rtmtool::kFrameBytes;
+    const size_t whole = size / rtmfmt::kFrameBytes, rest = size % rtmfmt::kFrameBytes;
     if (frames != whole) invariantFailed("complete records missed", static_cast<long long>(frames), frames);
     if (rest == 0 && r != FrameReader::Result::End)
         invariantFailed("whole file did not end cleanly", static_cast<int>(r), frames);

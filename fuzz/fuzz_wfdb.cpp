@@ -8,8 +8,8 @@
 #include <cstring>
 #include <string>
 
+#include "formats/wfdb_reader.h"
 #include "fuzz_common.h"
-#include "wfdb_reader.h"
 
 namespace rtm_fuzz_wfdb {
 // Keeps each input fast: a header may promise millions of frames of a few bytes.
@@ -24,7 +24,7 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
 #endif
 
 RTM_FUZZ_TARGET(rtmFuzzWfdb) {
-    using namespace rtmtool;
+    using namespace rtmfmt;
     const uint8_t* zero = static_cast<const uint8_t*>(std::memchr(data, 0, size));
     const size_t headerSize = zero ? static_cast<size_t>(zero - data) : size;
     const std::string text(reinterpret_cast<const char*>(data), headerSize);

@@ -7,11 +7,12 @@
 #include <cctype>
 #include <csignal>
 #include <cstdio>
-#include <cstdlib>
 #include <string>
+#include <vector>
 
-#include "broker.h"
-#include "wire.h"
+#include "formats/broker.h"
+#include "formats/options.h"
+#include "formats/wire.h"
 #include "worker.h"
 
 namespace {
@@ -47,51 +48,49 @@ void onSignal(int) { gStop.store(true); }
 
 int usage(const std::string& error) {
     std::fprintf(stderr, "rtmonitor-serve: %s\n\n%s", error.c_str(), kUsage);
-    return 2;
+    return rtmfmt::kExitUsage;
 }
 
-bool parseSeconds(const char* text, double lo, double hi, double& value) {
-    char* end = nullptr;
-    const double v = std::strtod(text, &end);
-    if (end == text || *end != '\0' || !(v >= lo && v <= hi)) return false;
+const rtmfmt::OptionTable kOptions = {{"--server", "--name", "--snapshot-every", "--lease-ttl", "--log-every",
+                                       "--batch", "--partitions", "--duplicate-window"},
+                                      {"--setup", "--json"}};
+
+// Reads one numeric option into `value` when given; false with `error` set when it is not a
+// number in [lo, hi] (or not whole where `whole` asks for it).
+bool numberOption(const rtmfmt::ParsedArgs& p, const char* name, double lo, double hi, bool whole, double& value,
+                  std::string& error) {
+    if (!p.values.count(name)) return true;
+    const std::string text = p.value(name);
+    double v = 0;
+    if (!rtmfmt::parseNumber(text, lo, hi, v) || (whole && v != static_cast<double>(static_cast<long long>(v)))) {
+        error = "bad value '" + text + "' for " + name;
+        return false;
+    }
     value = v;
     return true;
 }
 
 int serve(int argc, char** argv) {
-    std::string url = "nats://127.0.0.1:4222";
-    rtmserve::WorkerOptions opt;
-    bool setup = false;
-    double partitions = 64, window = 120, batch = 256;
-    for (int i = 1; i < argc; ++i) {
-        const std::string a = argv[i];
-        if (a == "-h" || a == "--help") {
-            std::fputs(kUsage, stdout);
-            return 0;
-        }
-        if (a == "--setup") {
-            setup = true;
-            continue;
-        }
-        if (a == "--json") {
-            opt.json = true;
-            continue;
-        }
-        if (i + 1 >= argc) return usage("unknown option or missing value: " + a);
-        const char* v = argv[++i];
-        bool ok = true;
-        if (a == "--server") url = v;
-        else if (a == "--name") opt.name = v;
-        else if (a == "--snapshot-every") ok = parseSeconds(v, 0.05, 86400, opt.snapshotEvery);
-        else if (a == "--lease-ttl") ok = parseSeconds(v, 0.3, 3600, opt.leaseTtl);
-        else if (a == "--log-every") ok = parseSeconds(v, 0.1, 86400, opt.logEvery);
-        else if (a == "--batch") ok = parseSeconds(v, 1, 4096, batch) && batch == static_cast<int>(batch);
-        else if (a == "--partitions")
-            ok = parseSeconds(v, 1, rtmserve::kMaxPartitions, partitions) && partitions == static_cast<int>(partitions);
-        else if (a == "--duplicate-window") ok = parseSeconds(v, 1, 86400, window);
-        else return usage("unknown option " + a);
-        if (!ok) return usage("bad value '" + std::string(v) + "' for " + a);
+    rtmfmt::ParsedArgs p;
+    std::string error;
+    switch (rtmfmt::parseCommandLine(kOptions, std::vector<std::string>(argv + 1, argv + argc), p, error)) {
+        case rtmfmt::ParseOutcome::Help: std::fputs(kUsage, stdout); return rtmfmt::kExitOk;
+        case rtmfmt::ParseOutcome::UsageError: return usage(error);
+        case rtmfmt::ParseOutcome::Run: break;
     }
+    const std::string url = p.value("--server", "nats://127.0.0.1:4222");
+    rtmserve::WorkerOptions opt;
+    opt.name = p.value("--name");
+    opt.json = p.has("--json");
+    const bool setup = p.has("--setup");
+    double partitions = 64, window = 120, batch = 256;
+    if (!numberOption(p, "--snapshot-every", 0.05, 86400, false, opt.snapshotEvery, error) ||
+        !numberOption(p, "--lease-ttl", 0.3, 3600, false, opt.leaseTtl, error) ||
+        !numberOption(p, "--log-every", 0.1, 86400, false, opt.logEvery, error) ||
+        !numberOption(p, "--batch", 1, 4096, true, batch, error) ||
+        !numberOption(p, "--partitions", 1, rtmfmt::kMaxPartitions, true, partitions, error) ||
+        !numberOption(p, "--duplicate-window", 1, 86400, false, window, error))
+        return usage(error);
     opt.batch = static_cast<int>(batch);
     if (opt.name.empty()) {
         char host[256] = "worker";
@@ -101,25 +100,25 @@ int serve(int argc, char** argv) {
     for (char& c : opt.name)
         if (!std::isalnum(static_cast<unsigned char>(c)) && c != '-' && c != '_') c = '_';
 
-    rtmserve::Broker broker;
+    rtmfmt::Broker broker;
     if (!broker.connect(url, "rtmonitor-serve " + opt.name)) {
         std::fprintf(stderr, "rtmonitor-serve: %s\n", broker.error().c_str());
-        return 1;
+        return rtmfmt::kExitInput;
     }
     if (setup) {
         if (!broker.setup(static_cast<int>(partitions), static_cast<int64_t>(window))) {
             std::fprintf(stderr, "rtmonitor-serve --setup: %s\n", broker.error().c_str());
-            return 1;
+            return rtmfmt::kExitInput;
         }
-        std::printf("rtmonitor-serve: streams %s, %s and buckets %s, %s ready, %d partitions\n",
-                    rtmserve::kFramesStream, rtmserve::kResultsStream, rtmserve::kLeaseBucket,
-                    rtmserve::kSnapshotBucket, static_cast<int>(partitions));
-        return 0;
+        std::printf("rtmonitor-serve: streams %s, %s and buckets %s, %s ready, %d partitions\n", rtmfmt::kFramesStream,
+                    rtmfmt::kResultsStream, rtmfmt::kLeaseBucket, rtmfmt::kSnapshotBucket,
+                    static_cast<int>(partitions));
+        return rtmfmt::kExitOk;
     }
     int count = 0;
     if (!broker.check(count)) {
         std::fprintf(stderr, "rtmonitor-serve: %s\n", broker.error().c_str());
-        return 1;
+        return rtmfmt::kExitInput;
     }
     std::signal(SIGTERM, onSignal);
     std::signal(SIGINT, onSignal);

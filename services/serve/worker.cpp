@@ -8,8 +8,8 @@
 #include <cstring>
 #include <thread>
 
-#include "frame_file.h"
-#include "wire.h"
+#include "formats/frame_file.h"
+#include "formats/wire.h"
 
 namespace rtmserve {
 
@@ -48,17 +48,6 @@ double percentile(std::vector<double>& v, double q) {
     const size_t k = std::min(v.size() - 1, static_cast<size_t>(q * static_cast<double>(v.size())));
     std::nth_element(v.begin(), v.begin() + static_cast<long>(k), v.end());
     return v[k];
-}
-
-void appendArray(std::string& s, const char* name, const int32_t* v, int n) {
-    s += ",\"";
-    s += name;
-    s += "\":[";
-    for (int i = 0; i < n; ++i) {
-        if (i) s += ',';
-        s += std::to_string(v[i]);
-    }
-    s += ']';
 }
 
 }  // namespace
@@ -397,7 +386,7 @@ Worker::Outcome Worker::handle(Partition& part, natsMsg* msg, std::vector<int64_
         }
         Device& dev = it->second;
         if (seq > dev.seq) {
-            const ParamsIn in = rtmtool::decodeFrame(reinterpret_cast<const unsigned char*>(natsMsg_GetData(msg)));
+            const ParamsIn in = rtmfmt::decodeFrame(reinterpret_cast<const unsigned char*>(natsMsg_GetData(msg)));
             ParamsOut out;
             rtm_device_process(dev.handle, &in, &out);
             dev.seq = seq;
@@ -418,17 +407,7 @@ void Worker::publishResult(int32_t id, const ParamsIn& frame, const ParamsOut& o
         {kHeaderStreamSeq, std::to_string(seq)},
         {kHeaderFrameTime, std::to_string(frameTime)}};
     if (opt_.json) {
-        std::string s = "{\"device\":" + std::to_string(id) + ",\"seq\":" + std::to_string(frame.nFrameSeq) +
-                        ",\"heart_rate\":" + std::to_string(out.nHeartRate) +
-                        ",\"heart_status\":" + std::to_string(out.nHeartStatus) +
-                        ",\"breath_rate\":" + std::to_string(out.nBreathRate) +
-                        ",\"breath_state\":" + std::to_string(out.nBreathState) +
-                        ",\"posture\":" + std::to_string(out.nPosture);
-        appendArray(s, "movement", out.nMovement, 25);
-        appendArray(s, "heart_wave", out.nHeartWave, 200);
-        appendArray(s, "breath_display1", out.nBreathDisplay1, 25);
-        appendArray(s, "breath_display0", out.nBreathDisplay0, 25);
-        s += "}";
+        const std::string s = resultJson(id, frame.nFrameSeq, out);
         broker_.publish(resultSubject(id), s.data(), static_cast<int>(s.size()), resultMsgId(id, seq), headers);
     } else {
         unsigned char bytes[sizeof(ParamsOut)];

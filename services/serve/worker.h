@@ -14,10 +14,13 @@
 #include <string>
 #include <vector>
 
-#include "broker.h"
+#include "formats/broker.h"
 #include "rtmonitor.h"
 
 namespace rtmserve {
+
+// The service speaks the wire and broker of the formats layer throughout.
+using namespace rtmfmt;
 
 struct WorkerOptions {
     std::string name;             // unique among the workers; lease owner and log prefix

@@ -5,7 +5,7 @@
 #include <string>
 
 #include "classes.h"
-#include "tool_runner.h"
+#include "support/tool_runner.h"
 
 namespace tooltest {
 namespace {

@@ -6,7 +6,7 @@
 
 #include <string>
 
-#include "tool_runner.h"
+#include "support/tool_runner.h"
 
 namespace tooltest {
 namespace {

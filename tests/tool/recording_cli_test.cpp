@@ -8,8 +8,8 @@
 #include <string>
 #include <vector>
 
-#include "record_reader.h"
-#include "tool_runner.h"
+#include "formats/record_reader.h"
+#include "support/tool_runner.h"
 
 #ifdef RTM_HAVE_EDFLIB
 #include <edflib.h>

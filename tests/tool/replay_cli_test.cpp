@@ -5,7 +5,7 @@
 #include <random>
 #include <string>
 
-#include "tool_runner.h"
+#include "support/tool_runner.h"
 
 namespace tooltest {
 namespace {

@@ -10,7 +10,7 @@
 #include <gtest/gtest.h>
 
 #include "report.h"
-#include "tool_runner.h"
+#include "support/tool_runner.h"
 
 namespace rtmtool {
 namespace {

@@ -1,31 +1,22 @@
-// Command-line plumbing shared by the commands: exit statuses, option parsing and the commands'
-// entry points. Options are `--name value` or `--name=value`; `-h`/`--help` asks for the usage.
+// Command-line plumbing shared by the commands: the commands' prologue over the shared option
+// parser (formats/options.h), their usages and entry points.
 #pragma once
 
-#include <map>
-#include <set>
 #include <string>
 #include <vector>
 
+#include "formats/options.h"
+
 namespace rtmtool {
 
-constexpr int kExitOk = 0;
-constexpr int kExitInput = 1;  // missing, unreadable, empty or truncated input; unwritable output
-constexpr int kExitUsage = 2;  // unknown option, bad number, missing argument
+// The commands are written over the formats layer; its names are used unqualified here.
+using namespace rtmfmt;
 
-struct ParsedArgs {
-    std::map<std::string, std::string> values;  // options that take a value
-    std::set<std::string> flags;                // options without one
-    std::vector<std::string> positional;
-    bool help = false;
-};
-
-// False with `error` set for an unknown option or a missing value.
-bool parseArgs(const std::vector<std::string>& args, const std::set<std::string>& valued,
-               const std::set<std::string>& flags, ParsedArgs& out, std::string& error);
-
-// A whole decimal integer in [lo, hi]; false for anything else (signs, spaces, overflow included).
-bool parseInteger(const std::string& text, long long lo, long long hi, long long& value);
+// Parses a command's arguments against its option table. True when the command should run;
+// otherwise the usage (for --help, on standard output) or the usage error (on standard error)
+// has been printed and `status` holds the exit status.
+bool parseCommand(const std::string& command, const OptionTable& table, const char* usage,
+                  const std::vector<std::string>& args, ParsedArgs& p, int& status);
 
 // Reads `--at SECONDS` (start of the report's waveform stretch) into `at` when given; false with
 // `error` set for anything but a whole number of seconds from 0.

@@ -9,7 +9,7 @@
 
 #include "classes.h"
 #include "cli.h"
-#include "frame_file.h"
+#include "formats/frame_file.h"
 #include "host.h"
 #include "output_file.h"
 #include "report.h"

@@ -12,12 +12,12 @@
 #include <sstream>
 
 #include "cli.h"
-#include "frame_file.h"
+#include "formats/frame_file.h"
+#include "formats/wfdb_reader.h"
 #include "output_file.h"
 #include "progress.h"
-#include "record_source.h"
+#include "recording_input.h"
 #include "rtmonitor.h"
-#include "wfdb_reader.h"
 
 namespace rtmtool {
 

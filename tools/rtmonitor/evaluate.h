@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "record_reader.h"
+#include "formats/record_reader.h"
 
 namespace rtmtool {
 

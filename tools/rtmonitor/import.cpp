@@ -4,10 +4,10 @@
 #include <string>
 
 #include "cli.h"
-#include "frame_file.h"
+#include "formats/frame_file.h"
 #include "output_file.h"
 #include "progress.h"
-#include "record_source.h"
+#include "recording_input.h"
 
 namespace rtmtool {
 

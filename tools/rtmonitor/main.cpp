@@ -79,59 +79,17 @@ const char* const kMainUsage =
 
 }  // namespace
 
-bool parseArgs(const std::vector<std::string>& args, const std::set<std::string>& valued,
-               const std::set<std::string>& flags, ParsedArgs& out, std::string& error) {
-    bool optionsEnd = false;
-    for (size_t i = 0; i < args.size(); ++i) {
-        std::string a = args[i];
-        if (optionsEnd || a.size() < 2 || a[0] != '-') {
-            out.positional.push_back(a);
-            continue;
-        }
-        if (a == "--") {
-            optionsEnd = true;
-            continue;
-        }
-        if (a == "-h" || a == "--help") {
-            out.help = true;
-            continue;
-        }
-        std::string value;
-        bool inlineValue = false;
-        const size_t eq = a.find('=');
-        if (a.rfind("--", 0) == 0 && eq != std::string::npos) {
-            value = a.substr(eq + 1);
-            a = a.substr(0, eq);
-            inlineValue = true;
-        }
-        if (valued.count(a)) {
-            if (!inlineValue) {
-                if (i + 1 >= args.size()) {
-                    error = "option " + a + " needs a value";
-                    return false;
-                }
-                value = args[++i];
-            }
-            out.values[a] = value;
-        } else if (flags.count(a) && !inlineValue) {
-            out.flags.insert(a);
-        } else {
-            error = "unknown option " + args[i];
+bool parseCommand(const std::string& command, const OptionTable& table, const char* usage,
+                  const std::vector<std::string>& args, ParsedArgs& p, int& status) {
+    std::string error;
+    switch (parseCommandLine(table, args, p, error)) {
+        case ParseOutcome::Help:
+            std::fputs(usage, stdout);
+            status = kExitOk;
             return false;
-        }
+        case ParseOutcome::UsageError: status = usageError(command, error, usage); return false;
+        case ParseOutcome::Run: break;
     }
-    return true;
-}
-
-bool parseInteger(const std::string& text, long long lo, long long hi, long long& value) {
-    if (text.empty() || text.size() > 19) return false;
-    long long v = 0;
-    for (char c : text) {
-        if (c < '0' || c > '9') return false;
-        v = v * 10 + (c - '0');
-    }
-    if (v < lo || v > hi) return false;
-    value = v;
     return true;
 }
 

@@ -15,7 +15,7 @@
 #include <thread>
 
 #include "cli.h"
-#include "record_source.h"
+#include "recording_input.h"
 
 namespace rtmtool {
 
@@ -69,10 +69,10 @@ int runSubscribe(const std::vector<std::string>&) { return withoutNats("subscrib
 
 #else
 
-#include "broker.h"
-#include "frame_file.h"
+#include "formats/broker.h"
+#include "formats/frame_file.h"
+#include "formats/wire.h"
 #include "progress.h"
-#include "wire.h"
 
 namespace rtmtool {
 
@@ -130,7 +130,7 @@ int publishFrames(const std::vector<std::string>& args) {
         std::fprintf(stderr, "rtmonitor publish: %s: cannot open: %s\n", path.c_str(), reader.error().c_str());
         return kExitInput;
     }
-    rtmserve::Broker broker;
+    rtmfmt::Broker broker;
     if (!broker.connect(url, "rtmonitor publish")) {
         std::fprintf(stderr, "rtmonitor publish: %s\n", broker.error().c_str());
         return kExitInput;
@@ -145,8 +145,8 @@ int publishFrames(const std::vector<std::string>& args) {
     auto send = [&](const ParamsIn& f) {
         unsigned char bytes[kFrameBytes];
         encodeFrame(f, bytes);
-        const std::string subject = rtmserve::frameSubject(f.nDeviceId);
-        const std::string id = rtmserve::frameMsgId(f.nDeviceId, f.nFrameSeq);
+        const std::string subject = rtmfmt::frameSubject(f.nDeviceId);
+        const std::string id = rtmfmt::frameMsgId(f.nDeviceId, f.nFrameSeq);
         if (first) {
             // The first one waits for the stream's answer, so a missing stream or subject
             // mapping is reported instead of retried for ever.
@@ -162,7 +162,7 @@ int publishFrames(const std::vector<std::string>& args) {
                              "rtmonitor publish: no stream stored %s (%s): check the server's subject mapping "
                              "rtm.frames.* -> rtm.part.{{partition(P,1)}}.{{wildcard(1)}} and run "
                              "rtmonitor-serve --setup (docs/serving.md)\n",
-                             subject.c_str(), rtmserve::statusText(s).c_str());
+                             subject.c_str(), rtmfmt::statusText(s).c_str());
                 return kExitInput;
             }
             first = false;
@@ -266,11 +266,11 @@ int subscribeResults(const std::vector<std::string>& args) {
         const bool neg = !d.empty() && d[0] == '-';
         if (!parseInteger(neg ? d.substr(1) : d, 0, neg ? 2147483648LL : 2147483647LL, device))
             return usageError("subscribe", "--device needs a device id, not '" + d + "'", kSubscribeUsage);
-        subject = rtmserve::resultSubject(static_cast<int32_t>(neg ? -device : device));
+        subject = rtmfmt::resultSubject(static_cast<int32_t>(neg ? -device : device));
     }
     const bool quiet = p.flags.count("--quiet") > 0;
     const std::string url = p.values.count("--server") ? p.values["--server"] : "nats://127.0.0.1:4222";
-    rtmserve::Broker broker;
+    rtmfmt::Broker broker;
     if (!broker.connect(url, "rtmonitor subscribe")) {
         std::fprintf(stderr, "rtmonitor subscribe: %s\n", broker.error().c_str());
         return kExitInput;
@@ -293,14 +293,14 @@ int subscribeResults(const std::vector<std::string>& args) {
         if (seen++ == 0) first = last;
         const char* frameTime = nullptr;
         const char* frameSeq = nullptr;
-        natsMsgHeader_Get(m, rtmserve::kHeaderFrameTime, &frameTime);
-        natsMsgHeader_Get(m, rtmserve::kHeaderFrameSeq, &frameSeq);
+        natsMsgHeader_Get(m, rtmfmt::kHeaderFrameTime, &frameTime);
+        natsMsgHeader_Get(m, rtmfmt::kHeaderFrameSeq, &frameSeq);
         const double ms = frameTime ? static_cast<double>(nowNs() - std::strtoll(frameTime, nullptr, 10)) / 1e6 : 0.0;
         latency.push_back(ms);
         int32_t id = 0;
-        rtmserve::deviceFromSubject(natsMsg_GetSubject(m), id);
+        rtmfmt::deviceFromSubject(natsMsg_GetSubject(m), id);
         if (!quiet && natsMsg_GetDataLength(m) == static_cast<int>(sizeof(ParamsOut))) {
-            const ParamsOut o = rtmserve::decodeResult(reinterpret_cast<const unsigned char*>(natsMsg_GetData(m)));
+            const ParamsOut o = rtmfmt::decodeResult(reinterpret_cast<const unsigned char*>(natsMsg_GetData(m)));
             std::printf("%d,%s,%d,%d,%d,%d,%d,%.1f\n", id, frameSeq ? frameSeq : "", o.nHeartRate, o.nHeartStatus,
                         o.nBreathRate, o.nBreathState, o.nPosture, ms);
         } else if (!quiet) {

@@ -11,13 +11,13 @@
 
 #include "classes.h"
 #include "cli.h"
+#include "formats/frame_file.h"
+#include "formats/reference.h"
 #include "frame_doubts.h"
-#include "frame_file.h"
 #include "host.h"
 #include "output_file.h"
 #include "progress.h"
-#include "record_source.h"
-#include "reference.h"
+#include "recording_input.h"
 #include "report.h"
 
 namespace rtmtool {

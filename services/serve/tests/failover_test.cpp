@@ -4,12 +4,12 @@
 // frames through one handle, with no frame missing and none twice.
 #include <gtest/gtest.h>
 
-#include "broker.h"
-#include "frame_file.h"
+#include "formats/broker.h"
+#include "formats/frame_file.h"
+#include "formats/wire.h"
 #include "nats_harness.h"
 #include "results_check.h"
 #include "synth/recording.h"
-#include "wire.h"
 
 namespace {
 
@@ -80,7 +80,7 @@ protected:
         std::vector<std::string> owners(kPartitions);
         for (int p = 0; p < kPartitions; ++p) {
             kvEntry* e = nullptr;
-            if (kvStore_Get(&e, broker_.leases(), rtmserve::leaseKey(p).c_str()) != NATS_OK) continue;
+            if (kvStore_Get(&e, broker_.leases(), rtmfmt::leaseKey(p).c_str()) != NATS_OK) continue;
             const std::string v(static_cast<const char*>(kvEntry_Value(e)), static_cast<size_t>(kvEntry_ValueLen(e)));
             owners[static_cast<size_t>(p)] = v.substr(0, v.find(' '));
             kvEntry_Destroy(e);
@@ -100,7 +100,7 @@ protected:
         return false;
     }
 
-    uint64_t results() { return streamMessages(broker_.js(), rtmserve::kResultsStream); }
+    uint64_t results() { return streamMessages(broker_.js(), rtmfmt::kResultsStream); }
     bool waitResults(uint64_t atLeast, int seconds) { return waitForResults(broker_.js(), atLeast, seconds); }
 
     Child& publish() {
@@ -111,7 +111,7 @@ protected:
         return *publisher_;
     }
 
-    rtmserve::Broker broker_;
+    rtmfmt::Broker broker_;
     std::vector<std::unique_ptr<Child>> workers_;
     std::unique_ptr<Child> publisher_;
 };

@@ -5,12 +5,12 @@
 
 #include <map>
 
-#include "broker.h"
-#include "frame_file.h"
+#include "formats/broker.h"
+#include "formats/frame_file.h"
+#include "formats/wire.h"
 #include "nats_harness.h"
 #include "results_check.h"
 #include "synth/recording.h"
-#include "wire.h"
 
 namespace {
 
@@ -77,7 +77,7 @@ TEST_F(LifecycleTest, SigtermLeavesFinalSnapshotsAndNoLeasesAndTheNextWorkerCont
     constexpr int kPartitions = 4, kFirst = 12, kTotal = kSeconds;
     startServer(kPartitions);
     ASSERT_EQ(run(setup(kPartitions), "setup.log"), 0) << readText(path("setup.log"));
-    rtmserve::Broker broker;
+    rtmfmt::Broker broker;
     ASSERT_TRUE(broker.connect(server_->url(), "test"));
     int partitions = 0;
     ASSERT_TRUE(broker.check(partitions)) << broker.error();
@@ -91,10 +91,10 @@ TEST_F(LifecycleTest, SigtermLeavesFinalSnapshotsAndNoLeasesAndTheNextWorkerCont
     EXPECT_EQ(a.kill(SIGTERM), 0) << readText(path("a.log"));
     for (int p = 0; p < kPartitions; ++p) {
         kvEntry* e = nullptr;
-        EXPECT_EQ(kvStore_Get(&e, broker.leases(), rtmserve::leaseKey(p).c_str()), NATS_NOT_FOUND) << "partition " << p;
+        EXPECT_EQ(kvStore_Get(&e, broker.leases(), rtmfmt::leaseKey(p).c_str()), NATS_NOT_FOUND) << "partition " << p;
         kvEntry_Destroy(e);
         jsConsumerInfo* ci = nullptr;
-        if (js_GetConsumerInfo(&ci, broker.js(), rtmserve::kFramesStream, rtmserve::consumerName(p).c_str(), nullptr,
+        if (js_GetConsumerInfo(&ci, broker.js(), rtmfmt::kFramesStream, rtmfmt::consumerName(p).c_str(), nullptr,
                                nullptr) == NATS_OK) {
             EXPECT_EQ(ci->NumAckPending, 0) << "partition " << p << " left frames unacknowledged";
             jsConsumerInfo_Destroy(ci);
@@ -102,9 +102,9 @@ TEST_F(LifecycleTest, SigtermLeavesFinalSnapshotsAndNoLeasesAndTheNextWorkerCont
     }
     for (int d = 1; d <= kDevices; ++d) {
         kvEntry* e = nullptr;
-        ASSERT_EQ(kvStore_Get(&e, broker.snapshots(), rtmserve::snapshotKey(d).c_str()), NATS_OK) << "device " << d;
+        ASSERT_EQ(kvStore_Get(&e, broker.snapshots(), rtmfmt::snapshotKey(d).c_str()), NATS_OK) << "device " << d;
         uint64_t seq = 0;
-        EXPECT_TRUE(rtmserve::parseSnapshotHeader(kvEntry_Value(e), static_cast<size_t>(kvEntry_ValueLen(e)), seq));
+        EXPECT_TRUE(rtmfmt::parseSnapshotHeader(kvEntry_Value(e), static_cast<size_t>(kvEntry_ValueLen(e)), seq));
         EXPECT_GT(seq, 0u);
         kvEntry_Destroy(e);
     }
@@ -118,36 +118,6 @@ TEST_F(LifecycleTest, SigtermLeavesFinalSnapshotsAndNoLeasesAndTheNextWorkerCont
     EXPECT_EQ(b.kill(SIGTERM), 0);
 
     expectResultsEqual(broker.js(), replayThroughHandles(interleaved(0, kSeconds)));
-}
-
-TEST(ServeWire, DeviceIdsRoundTripThroughSubjectsAndRecordsThroughBytes) {
-    int32_t id = 0;
-    for (int32_t d : {0, 7, -7, INT32_MAX, INT32_MIN}) {
-        ASSERT_TRUE(rtmserve::deviceFromSubject(rtmserve::resultSubject(d).c_str(), id)) << d;
-        EXPECT_EQ(id, d);
-    }
-    for (const char* bad : {"rtm.vitals.", "rtm.vitals.-", "rtm.vitals.2147483648", "rtm.vitals.-2147483649",
-                            "rtm.vitals.12a", "rtm.vitals.+1"})
-        EXPECT_FALSE(rtmserve::deviceFromSubject(bad, id)) << bad;
-
-    ParamsOut out;
-    for (size_t i = 0; i < sizeof out / 4; ++i)
-        reinterpret_cast<int32_t*>(&out)[i] = static_cast<int32_t>(i * 2654435761u);
-    unsigned char bytes[sizeof(ParamsOut)];
-    rtmserve::encodeResult(out, bytes);
-    EXPECT_EQ(bytes[0], 0);  // word 0 is 0; word 1's low byte comes first
-    EXPECT_EQ(bytes[4], static_cast<unsigned char>(2654435761u & 0xFF));
-    const ParamsOut back = rtmserve::decodeResult(bytes);
-    EXPECT_EQ(std::memcmp(&back, &out, sizeof out), 0);
-
-    unsigned char snap[rtmserve::kSnapshotHeaderBytes] = {'R', 'T', 'M', 'S', 'E', 'R', 'V', '1',
-                                                          5,   4,   3,   2,   1,   0,   0,   0};
-    uint64_t seq = 0;
-    ASSERT_TRUE(rtmserve::parseSnapshotHeader(snap, sizeof snap, seq));
-    EXPECT_EQ(seq, 0x0102030405u);
-    snap[7] = '2';
-    EXPECT_FALSE(rtmserve::parseSnapshotHeader(snap, sizeof snap, seq));
-    EXPECT_FALSE(rtmserve::parseSnapshotHeader(snap, 8, seq));
 }
 
 }  // namespace

@@ -25,7 +25,7 @@
 
 #include <gtest/gtest.h>
 
-#include "frame_file.h"
+#include "formats/frame_file.h"
 
 namespace servetest {
 
@@ -62,7 +62,7 @@ inline std::string readText(const std::filesystem::path& p) {
 inline bool writeFrameFile(const std::string& path, const std::vector<ParamsIn>& frames) {
     std::FILE* f = std::fopen(path.c_str(), "wb");
     if (f == nullptr) return false;
-    const bool ok = rtmtool::writeFrames(f, frames);
+    const bool ok = rtmfmt::writeFrames(f, frames);
     return std::fclose(f) == 0 && ok;
 }
 

@@ -12,8 +12,8 @@
 #include <thread>
 #include <vector>
 
-#include "broker.h"
-#include "wire.h"
+#include "formats/broker.h"
+#include "formats/wire.h"
 
 namespace servetest {
 
@@ -44,7 +44,7 @@ inline uint64_t streamMessages(jsCtx* js, const char* stream) {
 
 inline bool waitForResults(jsCtx* js, uint64_t atLeast, int seconds) {
     const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(seconds);
-    while (streamMessages(js, rtmserve::kResultsStream) < atLeast) {
+    while (streamMessages(js, rtmfmt::kResultsStream) < atLeast) {
         if (std::chrono::steady_clock::now() > end) return false;
         std::this_thread::sleep_for(std::chrono::milliseconds(20));
     }
@@ -55,10 +55,10 @@ inline bool waitForResults(jsCtx* js, uint64_t atLeast, int seconds) {
 inline void expectResultsEqual(jsCtx* js, const Reference& ref) {
     uint64_t total = 0;
     for (const auto& d : ref) total += d.second.size();
-    EXPECT_EQ(streamMessages(js, rtmserve::kResultsStream), total);
+    EXPECT_EQ(streamMessages(js, rtmfmt::kResultsStream), total);
     jsSubOptions so;
     jsSubOptions_Init(&so);
-    so.Stream = rtmserve::kResultsStream;
+    so.Stream = rtmfmt::kResultsStream;
     so.Config.AckPolicy = js_AckNone;
     natsSubscription* sub = nullptr;
     ASSERT_EQ(js_PullSubscribe(&sub, js, "rtm.vitals.*", "check", nullptr, &so, nullptr), NATS_OK);
@@ -72,8 +72,8 @@ inline void expectResultsEqual(jsCtx* js, const Reference& ref) {
             ++read;
             int32_t id = 0;
             const char* seqText = nullptr;
-            const bool placed = rtmserve::deviceFromSubject(natsMsg_GetSubject(m), id) &&
-                                natsMsgHeader_Get(m, rtmserve::kHeaderFrameSeq, &seqText) == NATS_OK &&
+            const bool placed = rtmfmt::deviceFromSubject(natsMsg_GetSubject(m), id) &&
+                                natsMsgHeader_Get(m, rtmfmt::kHeaderFrameSeq, &seqText) == NATS_OK &&
                                 natsMsg_GetDataLength(m) == static_cast<int>(sizeof(ParamsOut));
             const int32_t seq = placed ? std::atoi(seqText) : -1;
             if (!placed || !ref.count(id) || seq < 0 || static_cast<size_t>(seq) >= ref.at(id).size()) {
@@ -81,7 +81,7 @@ inline void expectResultsEqual(jsCtx* js, const Reference& ref) {
                 continue;
             }
             if (!seen[id].insert(seq).second) ++twice;
-            const ParamsOut got = rtmserve::decodeResult(reinterpret_cast<const unsigned char*>(natsMsg_GetData(m)));
+            const ParamsOut got = rtmfmt::decodeResult(reinterpret_cast<const unsigned char*>(natsMsg_GetData(m)));
             if (std::memcmp(&got, &ref.at(id)[static_cast<size_t>(seq)], sizeof got) != 0 && mismatches++ == 0)
                 firstMismatch = "device " + std::to_string(id) + " frame " + std::to_string(seq);
         }

@@ -1,6 +1,7 @@
 // What the worker service puts on the wire and in its buckets: subject and stream names, the
 // lease and snapshot records, and the byte order of the records it publishes. Shared by the
-// worker, the tool's publish/subscribe commands and the tests; no NATS client needed here.
+// worker, the tool's publish/subscribe commands, the alarms and the tests; no NATS client
+// needed here.
 // Integers on the wire are little-endian, as in frame files.
 #pragma once
 
@@ -11,7 +12,7 @@
 
 #include "rtmonitor.h"
 
-namespace rtmserve {
+namespace rtmfmt {
 
 // Frames are published on rtm.frames.<device id>; the server's subject mapping moves each onto
 // rtm.part.<partition>.<device id>, and the frames stream captures the partition subjects.
@@ -88,6 +89,10 @@ inline void encodeResult(const ParamsOut& out, unsigned char* bytes) {
         for (int b = 0; b < 4; ++b) bytes[4 * i + b] = static_cast<unsigned char>(w >> (8 * b));
     }
 }
+// The output record as one JSON object (the worker's --json results): device, the frame's
+// sequence, the rates, states and posture, and the waveforms as arrays of counts.
+std::string resultJson(int32_t device, int32_t frameSeq, const ParamsOut& out);
+
 inline ParamsOut decodeResult(const unsigned char* bytes) {
     int32_t words[sizeof(ParamsOut) / 4];
     for (size_t i = 0; i < sizeof(ParamsOut) / 4; ++i) {
@@ -113,4 +118,4 @@ inline bool parseSnapshotHeader(const void* data, size_t len, uint64_t& streamSe
     return true;
 }
 
-}  // namespace rtmserve
+}  // namespace rtmfmt

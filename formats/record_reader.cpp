@@ -1,6 +1,6 @@
 // Opening a recording by its file name: WFDB records through the tool's own reader, EDF/EDF+/
 // BDF/BDF+ through EDFlib (each signal at its own rate, EDF+ annotations kept), when built with it.
-#include "record_reader.h"
+#include "formats/record_reader.h"
 
 #include <sys/stat.h>
 
@@ -9,13 +9,13 @@
 #include <fstream>
 #include <sstream>
 
-#include "wfdb_reader.h"
+#include "formats/wfdb_reader.h"
 
 #ifdef RTM_HAVE_EDFLIB
 #include <edflib.h>
 #endif
 
-namespace rtmtool {
+namespace rtmfmt {
 namespace {
 
 std::string lowerExtension(const std::string& path) {
@@ -188,4 +188,4 @@ std::unique_ptr<RecordReader> openRecording(const std::string& path, std::string
     return openWfdb(path, error);
 }
 
-}  // namespace rtmtool
+}  // namespace rtmfmt

@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-namespace rtmtool {
+namespace rtmfmt {
 
 struct ChannelInfo {
     std::string label;
@@ -53,4 +53,4 @@ bool edfSupported();
 // fusion, unclassified); rhythm, noise and comment annotations are not beats.
 bool isBeatLabel(const std::string& label);
 
-}  // namespace rtmtool
+}  // namespace rtmfmt

@@ -10,7 +10,7 @@
 
 #include "rtmonitor.h"
 
-namespace rtmtool {
+namespace rtmfmt {
 
 constexpr size_t kFrameWords = 330;
 constexpr size_t kFrameBytes = kFrameWords * 4;
@@ -52,4 +52,4 @@ private:
 // when a write fails.
 bool writeFrames(std::FILE* f, const std::vector<ParamsIn>& frames);
 
-}  // namespace rtmtool
+}  // namespace rtmfmt

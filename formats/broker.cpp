@@ -1,13 +1,13 @@
-#include "broker.h"
+#include "formats/broker.h"
 
 #include <chrono>
 #include <cstdlib>
 #include <cstring>
 #include <thread>
 
-#include "wire.h"
+#include "formats/wire.h"
 
-namespace rtmserve {
+namespace rtmfmt {
 
 std::string statusText(natsStatus s) {
     std::string text = natsStatus_GetText(s);
@@ -244,4 +244,4 @@ bool Broker::flush(const std::atomic<bool>* give_up) {
     }
 }
 
-}  // namespace rtmserve
+}  // namespace rtmfmt

@@ -1,7 +1,7 @@
 // WFDB header, signal-file and annotation-file reading (see wfdb_reader.h). Check against the
 // shared records: `rtmonitor import ../shared/data/wfdb/100.hea --out x.frames` and compare its
 // rates with ../shared/data/100.frames.
-#include "wfdb_reader.h"
+#include "formats/wfdb_reader.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -12,7 +12,7 @@
 #include <limits>
 #include <sstream>
 
-namespace rtmtool {
+namespace rtmfmt {
 namespace {
 
 // Guards against headers that would make the reader allocate or loop without bound.
@@ -511,4 +511,4 @@ bool readWfdbAnnotations(ByteSource& source, double frameRate, std::vector<Annot
     return true;
 }
 
-}  // namespace rtmtool
+}  // namespace rtmfmt

@@ -1,5 +1,5 @@
 // File and memory byte sources for the recording readers.
-#include "byte_source.h"
+#include "formats/byte_source.h"
 
 #include <sys/stat.h>
 
@@ -7,7 +7,7 @@
 #include <cerrno>
 #include <cstring>
 
-namespace rtmtool {
+namespace rtmfmt {
 
 FileSource::~FileSource() {
     if (file_ != nullptr) std::fclose(file_);
@@ -59,4 +59,4 @@ SourceOpener diskOpener(const std::string& directory) {
     };
 }
 
-}  // namespace rtmtool
+}  // namespace rtmfmt

@@ -11,10 +11,10 @@
 #include <string>
 #include <vector>
 
-#include "byte_source.h"
-#include "record_reader.h"
+#include "formats/byte_source.h"
+#include "formats/record_reader.h"
 
-namespace rtmtool {
+namespace rtmfmt {
 
 struct WfdbSignalSpec {
     std::string file;
@@ -90,4 +90,4 @@ bool readWfdbAnnotations(ByteSource& source, double frameRate, std::vector<Annot
 // The mnemonic of an MIT annotation code ("N" for 1, "V" for 5 ...); "" for an unknown code.
 std::string wfdbAnnotationLabel(int code);
 
-}  // namespace rtmtool
+}  // namespace rtmfmt

@@ -1,5 +1,5 @@
 // Streaming sample-rate conversion through libsamplerate (see resample.h).
-#include "resample.h"
+#include "formats/resample.h"
 
 #include <cmath>
 
@@ -7,7 +7,7 @@
 #include <samplerate.h>
 #endif
 
-namespace rtmtool {
+namespace rtmfmt {
 
 bool StreamResampler::available() {
 #ifdef RTM_HAVE_SAMPLERATE
@@ -78,4 +78,4 @@ void StreamResampler::process(const std::vector<double>& in, bool last, std::vec
 #endif
 }
 
-}  // namespace rtmtool
+}  // namespace rtmfmt

@@ -1,13 +1,13 @@
 // Frame file reading and writing (see frame_file.h). Words are converted byte by byte, so the
 // files are the same on hosts of either byte order.
-#include "frame_file.h"
+#include "formats/frame_file.h"
 
 #include <sys/stat.h>
 
 #include <cerrno>
 #include <cstring>
 
-namespace rtmtool {
+namespace rtmfmt {
 
 void encodeFrame(const ParamsIn& frame, unsigned char* bytes) {
     int32_t words[kFrameWords];
@@ -86,4 +86,4 @@ bool writeFrames(std::FILE* f, const std::vector<ParamsIn>& frames) {
     return true;
 }
 
-}  // namespace rtmtool
+}  // namespace rtmfmt

@@ -1,6 +1,6 @@
-# Finds the NATS C client and defines the target rtm_nats_client (once; the tool and the service
-# both include this). The Debian package's CMake config names a static library it does not
-# ship, so the header and shared library are looked up directly.
+# Finds the NATS C client and defines the target rtm_nats_client for the broker library of the
+# formats layer. The Debian package's CMake config names a static library it does not ship, so
+# the header and shared library are looked up directly.
 if(NOT TARGET rtm_nats_client)
   find_path(RTM_NATS_INCLUDE_DIR nats/nats.h)
   find_library(RTM_NATS_LIBRARY nats)

@@ -1,12 +1,12 @@
 // Reading reference-rate CSV files (see reference.h).
-#include "reference.h"
+#include "formats/reference.h"
 
 #include <cmath>
 #include <cstdlib>
 #include <fstream>
 #include <limits>
 
-namespace rtmtool {
+namespace rtmfmt {
 namespace {
 
 constexpr size_t kMaxSeconds = 10u * 24 * 3600;  // ten days of one frame per second
@@ -104,4 +104,4 @@ bool readReference(const std::string& path, std::map<int64_t, RateReference>& ou
     return true;
 }
 
-}  // namespace rtmtool
+}  // namespace rtmfmt

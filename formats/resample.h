@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-namespace rtmtool {
+namespace rtmfmt {
 
 class StreamResampler {
 public:
@@ -29,4 +29,4 @@ private:
     std::vector<float> inBuf_, outBuf_;
 };
 
-}  // namespace rtmtool
+}  // namespace rtmfmt

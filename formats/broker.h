@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-namespace rtmserve {
+namespace rtmfmt {
 
 std::string statusText(natsStatus s);
 
@@ -59,4 +59,4 @@ private:
     std::vector<natsMsg*> failed_;
 };
 
-}  // namespace rtmserve
+}  // namespace rtmfmt

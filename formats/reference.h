@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-namespace rtmtool {
+namespace rtmfmt {
 
 struct RateReference {
     std::vector<double> heart, breath;  // per second; NaN where there is none
@@ -22,4 +22,4 @@ constexpr int64_t kEveryDevice = INT64_MIN;
 // False with `error` naming the file's problem (and its line) when it cannot be used.
 bool readReference(const std::string& path, std::map<int64_t, RateReference>& out, std::string& error);
 
-}  // namespace rtmtool
+}  // namespace rtmfmt

@@ -8,7 +8,7 @@
 #include <memory>
 #include <string>
 
-namespace rtmtool {
+namespace rtmfmt {
 
 class ByteSource {
 public:
@@ -54,4 +54,4 @@ using SourceOpener = std::function<std::unique_ptr<ByteSource>(const std::string
 // Opens names relative to `directory` on disk.
 SourceOpener diskOpener(const std::string& directory);
 
-}  // namespace rtmtool
+}  // namespace rtmfmt

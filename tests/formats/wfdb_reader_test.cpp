@@ -10,15 +10,15 @@
 #include <string>
 #include <vector>
 
-#include "tool_runner.h"
-#include "wfdb_reader.h"
+#include "formats/wfdb_reader.h"
+#include "support/tool_runner.h"
 
 #define RTM_FUZZ_NO_ENTRY 1
 #include "../../fuzz/fuzz_wfdb.cpp"
 
 namespace {
 
-using namespace rtmtool;
+using namespace rtmfmt;
 using tooltest::put16;
 using Bytes = std::vector<unsigned char>;
 
