@@ -87,8 +87,14 @@ ParseOutcome parseCommandLine(const OptionTable& table, const std::vector<std::s
         return ParseOutcome::UsageError;
     }
     if (out.positional.size() > table.maxPositional) {
-        error = table.tooMany ? table.tooMany : "unexpected argument " + out.positional[table.maxPositional];
+        error = table.tooMany ? table.tooMany : "unexpected argument '" + out.positional[table.maxPositional] + "'";
         return ParseOutcome::UsageError;
+    }
+    for (const auto& r : table.required) {
+        if (!out.has(r.first)) {
+            error = r.second;
+            return ParseOutcome::UsageError;
+        }
     }
     return ParseOutcome::Run;
 }

@@ -7,6 +7,7 @@
 #include <map>
 #include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace rtmfmt {
@@ -44,13 +45,15 @@ struct OptionTable {
     size_t minPositional = 0;
     size_t maxPositional = 0;
     const char* tooFew = "missing argument";
-    const char* tooMany = nullptr;  // null: "unexpected argument <first extra>"
+    const char* tooMany = nullptr;  // null: "unexpected argument '<first extra>'"
+    // Options that must be given, each with the message for its absence.
+    std::vector<std::pair<std::string, std::string>> required = {};
 };
 
 enum class ParseOutcome { Run, Help, UsageError };
 
 // Parses `args` against `table`: Help for -h/--help, UsageError with `error` set for an unknown
-// option, a missing value or a wrong count of positional arguments.
+// option, a missing value, a wrong count of positional arguments or a missing required option.
 ParseOutcome parseCommandLine(const OptionTable& table, const std::vector<std::string>& args, ParsedArgs& out,
                               std::string& error);
 

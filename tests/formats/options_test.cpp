@@ -41,7 +41,11 @@ TEST(Options, UsageErrorsNameTheProblem) {
     ParsedArgs p;
     std::string error;
     EXPECT_EQ(parseCommandLine({{}, {}, 0, 0}, {"x"}, p, error), ParseOutcome::UsageError);
-    EXPECT_EQ(error, "unexpected argument x");
+    EXPECT_EQ(error, "unexpected argument 'x'");
+    ParsedArgs r;
+    EXPECT_EQ(parseCommandLine({{"--out"}, {}, 0, 0, "", nullptr, {{"--out", "--out FILE is required"}}}, {}, r, error),
+              ParseOutcome::UsageError);
+    EXPECT_EQ(error, "--out FILE is required");
     ParsedArgs h;
     EXPECT_EQ(parseCommandLine(table, {"--bogus-later", "-h"}, h, error), ParseOutcome::UsageError);
     EXPECT_EQ(parseCommandLine(table, {"-h"}, h, error), ParseOutcome::Help);

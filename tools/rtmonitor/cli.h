@@ -2,6 +2,7 @@
 // parser (formats/options.h), their usages and entry points.
 #pragma once
 
+#include <set>
 #include <string>
 #include <vector>
 
@@ -12,11 +13,22 @@ namespace rtmtool {
 // The commands are written over the formats layer; its names are used unqualified here.
 using namespace rtmfmt;
 
-// Parses a command's arguments against its option table. True when the command should run;
-// otherwise the usage (for --help, on standard output) or the usage error (on standard error)
-// has been printed and `status` holds the exit status.
-bool parseCommand(const std::string& command, const OptionTable& table, const char* usage,
-                  const std::vector<std::string>& args, ParsedArgs& p, int& status);
+// What a command's prologue needs: its name for messages, its usage, its option table, and the
+// help printer when --help says more than the usage.
+struct CommandSpec {
+    const char* name;
+    const char* usage;
+    OptionTable options;
+    void (*help)() = nullptr;
+};
+
+// The options of every command that reads recordings (see RTM_RECORDING_OPTIONS_USAGE).
+std::set<std::string> withRecordingOptions(std::set<std::string> valued);
+
+// Parses a command's arguments against its table. True when the command should run; otherwise
+// the help (on standard output) or the usage error (on standard error) has been printed and
+// `status` holds the exit status.
+bool parseCommand(const CommandSpec& command, const std::vector<std::string>& args, ParsedArgs& p, int& status);
 
 // Reads `--at SECONDS` (start of the report's waveform stretch) into `at` when given; false with
 // `error` set for anything but a whole number of seconds from 0.

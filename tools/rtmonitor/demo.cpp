@@ -87,18 +87,14 @@ struct RateError {
 }  // namespace
 
 int runDemo(const std::vector<std::string>& args) {
+    static const CommandSpec kCommand{"demo", kDemoUsage, {{"--minutes", "--seed", "--report", "--csv", "--at"}, {}}};
     ParsedArgs p;
+    int status = kExitOk;
+    if (!parseCommand(kCommand, args, p, status)) return status;
     std::string error;
-    if (!parseArgs(args, {"--minutes", "--seed", "--report", "--csv", "--at"}, {}, p, error))
-        return usageError("demo", error, kDemoUsage);
-    if (p.help) {
-        std::fputs(kDemoUsage, stdout);
-        return kExitOk;
-    }
     RecordingArgs r;
     int at = 60;
     if (!recordingArgs(p, r, error) || !parseAt(p, at, error)) return usageError("demo", error, kDemoUsage);
-    if (!p.positional.empty()) return usageError("demo", "unexpected argument '" + p.positional[0] + "'", kDemoUsage);
     std::vector<std::pair<std::string, std::string>> outputs;
     for (const char* option : {"--csv", "--report"})
         if (p.values.count(option)) outputs.emplace_back(option, p.values[option]);
@@ -181,7 +177,7 @@ int runDemo(const std::vector<std::string>& args) {
     std::printf("\n");
     for (const std::string& line : summary) std::printf("%s\n", line.c_str());
 
-    int status = kExitOk;
+    status = kExitOk;
     if (!finishStandardOutput(error)) {
         std::fprintf(stderr, "rtmonitor demo: %s\n", error.c_str());
         status = kExitInput;
@@ -201,18 +197,21 @@ int runDemo(const std::vector<std::string>& args) {
 }
 
 int runSynth(const std::vector<std::string>& args) {
+    static const CommandSpec kCommand{"synth",
+                                      kSynthUsage,
+                                      {{"--out", "--minutes", "--seed", "--devices", "--truth"},
+                                       {},
+                                       0,
+                                       0,
+                                       "",
+                                       nullptr,
+                                       {{"--out", "--out FILE.frames is required"}}}};
     ParsedArgs p;
+    int status = kExitOk;
+    if (!parseCommand(kCommand, args, p, status)) return status;
     std::string error;
-    if (!parseArgs(args, {"--out", "--minutes", "--seed", "--devices", "--truth"}, {}, p, error))
-        return usageError("synth", error, kSynthUsage);
-    if (p.help) {
-        std::fputs(kSynthUsage, stdout);
-        return kExitOk;
-    }
     RecordingArgs r;
     if (!recordingArgs(p, r, error)) return usageError("synth", error, kSynthUsage);
-    if (!p.positional.empty()) return usageError("synth", "unexpected argument '" + p.positional[0] + "'", kSynthUsage);
-    if (!p.values.count("--out")) return usageError("synth", "--out FILE.frames is required", kSynthUsage);
     long long devices = 1;
     if (p.values.count("--devices") && !parseInteger(p.values["--devices"], 1, 16, devices))
         return usageError("synth", "--devices needs a whole number from 1 to 16, not '" + p.values["--devices"] + "'",

@@ -68,18 +68,18 @@ std::string recordBase(const std::string& path) {
 }  // namespace
 
 int runEvaluate(const std::vector<std::string>& args) {
+    static const CommandSpec kCommand{"evaluate",
+                                      kEvaluateUsage,
+                                      {withRecordingOptions({"--annotations", "--reference", "--json", "--report"}),
+                                       {},
+                                       1,
+                                       1,
+                                       "no recording given",
+                                       "more than one recording given"}};
     ParsedArgs p;
+    int status = kExitOk;
+    if (!parseCommand(kCommand, args, p, status)) return status;
     std::string error;
-    if (!parseArgs(args, {"--annotations", "--reference", "--json", "--report", "--ecg", "--resp", "--acc", "--device"},
-                   {}, p, error))
-        return usageError("evaluate", error, kEvaluateUsage);
-    if (p.help) {
-        std::fputs(kEvaluateUsage, stdout);
-        return kExitOk;
-    }
-    if (p.positional.size() != 1)
-        return usageError("evaluate", p.positional.empty() ? "no recording given" : "more than one recording given",
-                          kEvaluateUsage);
     SourceOptions options;
     if (!sourceOptionsFrom(p.values, options, error)) return usageError("evaluate", error, kEvaluateUsage);
     const std::string path = p.positional[0];
@@ -219,7 +219,7 @@ int runEvaluate(const std::vector<std::string>& args) {
         e.notes.push_back("no reference found: give --annotations for beats or --reference for per-second rates");
 
     std::fputs(evaluationTable(e).c_str(), stdout);
-    int status = kExitOk;
+    status = kExitOk;
     if (p.values.count("--json") && !writeWholeFile(p.values["--json"], evaluationJson(e), error)) {
         std::fprintf(stderr, "rtmonitor evaluate: %s: cannot write: %s\n", p.values["--json"].c_str(), error.c_str());
         status = kExitInput;

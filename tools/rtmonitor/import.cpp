@@ -22,18 +22,19 @@ const char* const kImportUsage =
     "\n" RTM_RECORDING_OPTIONS_USAGE;
 
 int runImport(const std::vector<std::string>& args) {
+    static const CommandSpec kCommand{"import",
+                                      kImportUsage,
+                                      {withRecordingOptions({"--out"}),
+                                       {},
+                                       1,
+                                       1,
+                                       "no recording given",
+                                       "more than one recording given",
+                                       {{"--out", "--out FILE.frames is required"}}}};
     ParsedArgs p;
+    int status = kExitOk;
+    if (!parseCommand(kCommand, args, p, status)) return status;
     std::string error;
-    if (!parseArgs(args, {"--out", "--ecg", "--resp", "--acc", "--device"}, {}, p, error))
-        return usageError("import", error, kImportUsage);
-    if (p.help) {
-        std::fputs(kImportUsage, stdout);
-        return kExitOk;
-    }
-    if (p.positional.size() != 1)
-        return usageError("import", p.positional.empty() ? "no recording given" : "more than one recording given",
-                          kImportUsage);
-    if (!p.values.count("--out")) return usageError("import", "--out FILE.frames is required", kImportUsage);
     SourceOptions options;
     if (!sourceOptionsFrom(p.values, options, error)) return usageError("import", error, kImportUsage);
     const std::string path = p.positional[0], outPath = p.values["--out"];

@@ -79,15 +79,20 @@ const char* const kMainUsage =
 
 }  // namespace
 
-bool parseCommand(const std::string& command, const OptionTable& table, const char* usage,
-                  const std::vector<std::string>& args, ParsedArgs& p, int& status) {
+std::set<std::string> withRecordingOptions(std::set<std::string> valued) {
+    valued.insert({"--ecg", "--resp", "--acc", "--device"});
+    return valued;
+}
+
+bool parseCommand(const CommandSpec& command, const std::vector<std::string>& args, ParsedArgs& p, int& status) {
     std::string error;
-    switch (parseCommandLine(table, args, p, error)) {
+    switch (parseCommandLine(command.options, args, p, error)) {
         case ParseOutcome::Help:
-            std::fputs(usage, stdout);
+            if (command.help) command.help();
+            else std::fputs(command.usage, stdout);
             status = kExitOk;
             return false;
-        case ParseOutcome::UsageError: status = usageError(command, error, usage); return false;
+        case ParseOutcome::UsageError: status = usageError(command.name, error, command.usage); return false;
         case ParseOutcome::Run: break;
     }
     return true;

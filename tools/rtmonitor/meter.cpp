@@ -286,9 +286,11 @@ std::string jsonText(const std::string& s) {
 }  // namespace
 
 int runMeter(const std::vector<std::string>& args) {
+    static const CommandSpec kCommand{"meter", kMeterUsage, {{"--json"}, {}}};
     ParsedArgs p;
+    int status = kExitOk;
+    if (!parseCommand(kCommand, args, p, status)) return status;
     std::string error;
-    if (!parseArgs(args, {"--json"}, {}, p, error)) return usageError("meter", error, kMeterUsage);
     if (p.help) {
         std::fputs(kMeterUsage, stdout);
         return kExitOk;

@@ -89,18 +89,18 @@ int64_t nowNs() {
 }  // namespace
 
 int publishFrames(const std::vector<std::string>& args) {
+    static const CommandSpec kCommand{"publish",
+                                      kPublishUsage,
+                                      {withRecordingOptions({"--rate", "--server", "--copies"}),
+                                       {},
+                                       1,
+                                       1,
+                                       "no frame file or recording given",
+                                       "more than one input given"}};
     ParsedArgs p;
+    int status = kExitOk;
+    if (!parseCommand(kCommand, args, p, status)) return status;
     std::string error;
-    if (!parseArgs(args, {"--rate", "--server", "--copies", "--ecg", "--resp", "--acc", "--device"}, {}, p, error))
-        return usageError("publish", error, kPublishUsage);
-    if (p.help) {
-        std::fputs(kPublishUsage, stdout);
-        return kExitOk;
-    }
-    if (p.positional.size() != 1)
-        return usageError("publish",
-                          p.positional.empty() ? "no frame file or recording given" : "more than one input given",
-                          kPublishUsage);
     const std::string rate = p.values.count("--rate") ? p.values["--rate"] : "max";
     if (rate != "real" && rate != "max")
         return usageError("publish", "--rate is real or max, not '" + rate + "'", kPublishUsage);
@@ -247,16 +247,10 @@ int publishFrames(const std::vector<std::string>& args) {
 }
 
 int subscribeResults(const std::vector<std::string>& args) {
+    static const CommandSpec kCommand{"subscribe", kSubscribeUsage, {{"--server", "--device", "--count"}, {"--quiet"}}};
     ParsedArgs p;
-    std::string error;
-    if (!parseArgs(args, {"--server", "--device", "--count"}, {"--quiet"}, p, error))
-        return usageError("subscribe", error, kSubscribeUsage);
-    if (p.help) {
-        std::fputs(kSubscribeUsage, stdout);
-        return kExitOk;
-    }
-    if (!p.positional.empty())
-        return usageError("subscribe", "unexpected argument " + p.positional[0], kSubscribeUsage);
+    int status = kExitOk;
+    if (!parseCommand(kCommand, args, p, status)) return status;
     long long count = 0, device = 0;
     if (p.values.count("--count") && !parseInteger(p.values["--count"], 1, 1LL << 62, count))
         return usageError("subscribe", "--count needs a positive whole number", kSubscribeUsage);

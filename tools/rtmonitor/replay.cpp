@@ -38,18 +38,19 @@ int fail(const std::string& message) {
 }  // namespace
 
 int runReplay(const std::vector<std::string>& args) {
+    static const CommandSpec kCommand{"replay",
+                                      kReplayUsage,
+                                      {withRecordingOptions({"--out", "--report", "--at", "--reference"}),
+                                       {"--waves"},
+                                       1,
+                                       1,
+                                       "no frame file given",
+                                       "more than one frame file given"},
+                                      printReplayHelp};
     ParsedArgs p;
+    int status = kExitOk;
+    if (!parseCommand(kCommand, args, p, status)) return status;
     std::string error;
-    if (!parseArgs(args, {"--out", "--report", "--at", "--reference", "--ecg", "--resp", "--acc", "--device"},
-                   {"--waves"}, p, error))
-        return usageError("replay", error, kReplayUsage);
-    if (p.help) {
-        printReplayHelp();
-        return kExitOk;
-    }
-    if (p.positional.size() != 1)
-        return usageError("replay", p.positional.empty() ? "no frame file given" : "more than one frame file given",
-                          kReplayUsage);
     int at = 60;
     if (!parseAt(p, at, error)) return usageError("replay", error, kReplayUsage);
     const std::string path = p.positional[0];
@@ -147,7 +148,7 @@ int runReplay(const std::vector<std::string>& args) {
     progress.finish();
     if (skipped > 0) problems.push_back(shownPath + ": " + std::to_string(skipped) + " frames not analysed");
 
-    int status = problems.empty() ? kExitOk : kExitInput;
+    status = problems.empty() ? kExitOk : kExitInput;
     // Doubts do not change the exit status: the file was read as asked, it may just not be frames.
     for (const std::string& d : doubts.findings()) {
         const std::string m = "warning: " + shownPath + " does not look like a frame file: " + d;
