@@ -130,23 +130,20 @@ bool RecordSource::setUpLane(Lane& lane, int channel, double outRate, std::strin
     return true;
 }
 
-bool RecordSource::open(const std::string& path, const SourceOptions& options, std::string& error) {
-    path_ = path;
-    options_ = options;
-    reader_ = openRecording(path, error);
-    if (!reader_) return false;
+int RecordSource::pickLabel(const std::string& label, const char* what, std::string& error) const {
     const std::vector<ChannelInfo>& ch = reader_->channels();
-    auto pick = [&](const std::string& label, const char* what) {
-        const int i = findLabel(ch, label);
-        if (i < 0) error = path + ": no " + what + " signal labelled '" + label + "' (signals: " + labelList(ch) + ")";
-        return i;
-    };
+    const int i = findLabel(ch, label);
+    if (i < 0) error = path_ + ": no " + what + " signal labelled '" + label + "' (signals: " + labelList(ch) + ")";
+    return i;
+}
 
+bool RecordSource::openEcg(std::string& error) {
+    const std::vector<ChannelInfo>& ch = reader_->channels();
     int ecg = -1;
-    if (!options.ecg.empty()) {
-        if ((ecg = pick(options.ecg, "ECG")) < 0) return false;
+    if (!options_.ecg.empty()) {
+        if ((ecg = pickLabel(options_.ecg, "ECG", error)) < 0) return false;
     } else if ((ecg = chooseEcg(ch)) < 0) {
-        error = path + ": no ECG-like signal label (signals: " + labelList(ch) + "); name one with --ecg LABEL";
+        error = path_ + ": no ECG-like signal label (signals: " + labelList(ch) + "); name one with --ecg LABEL";
         return false;
     }
     const ChannelInfo& e = ch[static_cast<size_t>(ecg)];
@@ -161,60 +158,83 @@ bool RecordSource::open(const std::string& path, const SourceOptions& options, s
     if (!setUpLane(ecg_, ecg, kEcgRate, error)) return false;
     notes_.push_back("ECG: signal '" + e.label + "' (" + rateText(e.rate) + " samples/s, " + unitNote +
                      ") -> 200 samples/s, counts = 512 + round(mV x 200)");
+    return true;
+}
 
+bool RecordSource::openRespiration(std::string& error) {
+    const std::vector<ChannelInfo>& ch = reader_->channels();
     int resp = -1;
-    if (!options.resp.empty()) {
-        if ((resp = pick(options.resp, "respiration")) < 0) return false;
+    if (!options_.resp.empty()) {
+        if ((resp = pickLabel(options_.resp, "respiration", error)) < 0) return false;
     } else {
         resp = chooseResp(ch);
     }
-    if (resp >= 0) {
-        if (!setUpLane(resp_, resp, kSlowRate, error) || !scaleRespiration(error)) return false;
-        const ChannelInfo& r = ch[static_cast<size_t>(resp)];
-        char b[160];
-        std::snprintf(b, sizeof b, "counts = 30000 + (value %c %g) x %g", resp_.centre < 0 ? '+' : '-',
-                      std::fabs(resp_.centre), resp_.scale);
-        notes_.push_back("respiration: signal '" + r.label + "' (" + rateText(r.rate) +
-                         " samples/s) -> 25 samples/s, " + b + " (median 10-s swing = 2000 counts)");
-    } else {
+    if (resp < 0) {
         notes_.push_back("respiration: no respiration signal; both channels flat at 30000");
+        return true;
     }
+    if (!setUpLane(resp_, resp, kSlowRate, error) || !scaleRespiration(error)) return false;
+    const ChannelInfo& r = ch[static_cast<size_t>(resp)];
+    char b[160];
+    std::snprintf(b, sizeof b, "counts = 30000 + (value %c %g) x %g", resp_.centre < 0 ? '+' : '-',
+                  std::fabs(resp_.centre), resp_.scale);
+    notes_.push_back("respiration: signal '" + r.label + "' (" + rateText(r.rate) + " samples/s) -> 25 samples/s, " +
+                     b + " (median 10-s swing = 2000 counts)");
+    return true;
+}
 
-    int axes[3] = {-1, -1, -1};
-    if (!options.acc.empty()) {
-        std::vector<std::string> labels;
-        std::string cur;
-        for (char c : options.acc + ",") {
-            if (c == ',') {
-                labels.push_back(cur);
-                cur.clear();
-            } else {
-                cur += c;
-            }
-        }
-        if (labels.size() != 3) {
-            error = "--acc needs three labels X,Y,Z, not '" + options.acc + "'";
-            return false;
-        }
-        for (int a = 0; a < 3; ++a)
-            if ((axes[a] = pick(labels[static_cast<size_t>(a)], "accelerometer")) < 0) return false;
-    } else {
-        for (int a = 0; a < 3; ++a) axes[a] = chooseAcc(ch, "XYZ"[a]);
+// The three axes named with --acc X,Y,Z, else labels with ACC ending in X, Y and Z (all three or
+// none); -1 in `axes` when there is no accelerometer.
+bool RecordSource::findAxes(int axes[3], std::string& error) const {
+    if (options_.acc.empty()) {
+        for (int a = 0; a < 3; ++a) axes[a] = chooseAcc(reader_->channels(), "XYZ"[a]);
         if (axes[0] < 0 || axes[1] < 0 || axes[2] < 0) axes[0] = axes[1] = axes[2] = -1;
+        return true;
     }
-    if (axes[0] >= 0) {
-        std::string names;
-        for (int a = 0; a < 3; ++a) {
-            const ChannelInfo& c = ch[static_cast<size_t>(axes[a])];
-            acc_[a].scale = toG(c.unit);
-            if (acc_[a].scale == 0) acc_[a].scale = 1;
-            if (!setUpLane(acc_[a], axes[a], kSlowRate, error)) return false;
-            names += (a ? ", '" : "'") + c.label + "'";
+    std::vector<std::string> labels;
+    std::string cur;
+    for (char c : options_.acc + ",") {
+        if (c == ',') {
+            labels.push_back(cur);
+            cur.clear();
+        } else {
+            cur += c;
         }
-        notes_.push_back("accelerometer: signals " + names + " -> 25 samples/s, counts = 512 + round(g x 128)");
-    } else {
-        notes_.push_back("accelerometer: none; a still sensor lying on the back (512, 512, 640)");
     }
+    if (labels.size() != 3) {
+        error = "--acc needs three labels X,Y,Z, not '" + options_.acc + "'";
+        return false;
+    }
+    for (int a = 0; a < 3; ++a)
+        if ((axes[a] = pickLabel(labels[static_cast<size_t>(a)], "accelerometer", error)) < 0) return false;
+    return true;
+}
+
+bool RecordSource::openAccelerometer(std::string& error) {
+    int axes[3] = {-1, -1, -1};
+    if (!findAxes(axes, error)) return false;
+    if (axes[0] < 0) {
+        notes_.push_back("accelerometer: none; a still sensor lying on the back (512, 512, 640)");
+        return true;
+    }
+    std::string names;
+    for (int a = 0; a < 3; ++a) {
+        const ChannelInfo& c = reader_->channels()[static_cast<size_t>(axes[a])];
+        acc_[a].scale = toG(c.unit);
+        if (acc_[a].scale == 0) acc_[a].scale = 1;
+        if (!setUpLane(acc_[a], axes[a], kSlowRate, error)) return false;
+        names += (a ? ", '" : "'") + c.label + "'";
+    }
+    notes_.push_back("accelerometer: signals " + names + " -> 25 samples/s, counts = 512 + round(g x 128)");
+    return true;
+}
+
+bool RecordSource::open(const std::string& path, const SourceOptions& options, std::string& error) {
+    path_ = path;
+    options_ = options;
+    reader_ = openRecording(path, error);
+    if (!reader_) return false;
+    if (!openEcg(error) || !openRespiration(error) || !openAccelerometer(error)) return false;
     expected_ = static_cast<uint64_t>(std::floor(reader_->duration() + 1e-9));
     if (expected_ * 1.0 < reader_->duration() - 1e-9)
         notes_.push_back("the last " + rateText(reader_->duration() - static_cast<double>(expected_)) +

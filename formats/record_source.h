@@ -54,6 +54,11 @@ private:
         size_t available() const { return queue.size() - head; }
     };
     bool setUpLane(Lane& lane, int channel, double outRate, std::string& error);
+    int pickLabel(const std::string& label, const char* what, std::string& error) const;
+    bool openEcg(std::string& error);
+    bool openRespiration(std::string& error);
+    bool findAxes(int axes[3], std::string& error) const;
+    bool openAccelerometer(std::string& error);
     bool scaleRespiration(std::string& error);
     bool fill(std::string& error);
 

@@ -130,6 +130,79 @@ int signExtend(int v, int bits) {
     return (v ^ m) - m;
 }
 
+// The record line: name, number of signals, sampling frequency, number of samples.
+bool parseRecordLine(const std::vector<std::string>& w, WfdbHeader& h, long long& nsig, std::string& error) {
+    if (w.size() < 2) {
+        error = "the record line needs a name and a number of signals";
+        return false;
+    }
+    if (w[0].find('/') != std::string::npos) {
+        error = "multi-segment records are not supported; give one segment's header";
+        return false;
+    }
+    h.name = w[0];
+    if (!wholeInt(w[1], 0, kMaxSignals, nsig)) {
+        error = "bad number of signals '" + w[1] + "' (0.." + std::to_string(kMaxSignals) + ")";
+        return false;
+    }
+    if (w.size() > 2 && (!parseRates(w[2], h) || !(h.frameRate > 0) || h.frameRate > kMaxRate || h.counterRate < 0 ||
+                         h.counterRate > kMaxRate)) {
+        error = "bad sampling frequency '" + w[2] + "'";
+        return false;
+    }
+    long long n = 0;
+    if (w.size() > 3) {
+        if (!wholeInt(w[3], 0, LLONG_MAX / 4, n)) {
+            error = "bad number of samples '" + w[3] + "'";
+            return false;
+        }
+        h.frames = static_cast<uint64_t>(n);
+    }
+    return true;
+}
+
+// The ADC zero (the baseline unless the gain field gave one) and the initial value.
+bool parseZeroAndInitial(const std::vector<std::string>& w, bool haveBaseline, WfdbSignalSpec& s, std::string& error) {
+    long long v = 0;
+    double zero = 0;
+    if (w.size() > 4 && !wholeDouble(w[4], zero)) {
+        error = "bad ADC zero '" + w[4] + "'";
+        return false;
+    }
+    if (!haveBaseline) s.baseline = zero;
+    if (w.size() > 5) {
+        if (!wholeInt(w[5], INT_MIN, INT_MAX, v)) {
+            error = "bad initial value '" + w[5] + "'";
+            return false;
+        }
+        s.initialValue = static_cast<int>(v);
+    }
+    return true;
+}
+
+// A signal line: file, format, gain, resolution, ADC zero, initial value, ..., description.
+bool parseSignalLine(const std::vector<std::string>& w, size_t index, WfdbSignalSpec& s, std::string& error) {
+    if (w.size() < 2) {
+        error = "a signal line needs a file name and a storage format";
+        return false;
+    }
+    s.file = w[0];
+    if (s.file == "-") {
+        error = "signals on standard input are not supported";
+        return false;
+    }
+    if (!parseFormat(w[1], s, error)) return false;
+    bool haveBaseline = false;
+    if (w.size() > 2 && !parseGain(w[2], s, haveBaseline)) {
+        error = "bad gain '" + w[2] + "'";
+        return false;
+    }
+    if (!parseZeroAndInitial(w, haveBaseline, s, error)) return false;
+    for (size_t k = 8; k < w.size(); ++k) s.description += (k > 8 ? " " : "") + w[k];
+    if (s.description.empty()) s.description = "signal " + std::to_string(index);
+    return true;
+}
+
 }  // namespace
 
 bool parseWfdbHeader(const std::string& text, WfdbHeader& h, std::string& error) {
@@ -146,31 +219,9 @@ bool parseWfdbHeader(const std::string& text, WfdbHeader& h, std::string& error)
         const std::vector<std::string> w = splitWords(line);
         const std::string where = "line " + std::to_string(lineNo) + ": ";
         if (nsig < 0) {
-            if (w.size() < 2) {
-                error = where + "the record line needs a name and a number of signals";
+            if (!parseRecordLine(w, h, nsig, error)) {
+                error = where + error;
                 return false;
-            }
-            if (w[0].find('/') != std::string::npos) {
-                error = where + "multi-segment records are not supported; give one segment's header";
-                return false;
-            }
-            h.name = w[0];
-            if (!wholeInt(w[1], 0, kMaxSignals, nsig)) {
-                error = where + "bad number of signals '" + w[1] + "' (0.." + std::to_string(kMaxSignals) + ")";
-                return false;
-            }
-            if (w.size() > 2 && (!parseRates(w[2], h) || !(h.frameRate > 0) || h.frameRate > kMaxRate ||
-                                 h.counterRate < 0 || h.counterRate > kMaxRate)) {
-                error = where + "bad sampling frequency '" + w[2] + "'";
-                return false;
-            }
-            long long n = 0;
-            if (w.size() > 3) {
-                if (!wholeInt(w[3], 0, LLONG_MAX / 4, n)) {
-                    error = where + "bad number of samples '" + w[3] + "'";
-                    return false;
-                }
-                h.frames = static_cast<uint64_t>(n);
             }
             continue;
         }
@@ -178,42 +229,11 @@ bool parseWfdbHeader(const std::string& text, WfdbHeader& h, std::string& error)
             error = where + "more signal lines than the " + std::to_string(nsig) + " the record line declares";
             return false;
         }
-        if (w.size() < 2) {
-            error = where + "a signal line needs a file name and a storage format";
-            return false;
-        }
         WfdbSignalSpec s;
-        s.file = w[0];
-        if (s.file == "-") {
-            error = where + "signals on standard input are not supported";
+        if (!parseSignalLine(w, h.signals.size(), s, error)) {
+            error = where + error;
             return false;
         }
-        std::string why;
-        if (!parseFormat(w[1], s, why)) {
-            error = where + why;
-            return false;
-        }
-        bool haveBaseline = false;
-        if (w.size() > 2 && !parseGain(w[2], s, haveBaseline)) {
-            error = where + "bad gain '" + w[2] + "'";
-            return false;
-        }
-        long long v = 0;
-        double zero = 0;
-        if (w.size() > 4 && !wholeDouble(w[4], zero)) {
-            error = where + "bad ADC zero '" + w[4] + "'";
-            return false;
-        }
-        if (!haveBaseline) s.baseline = zero;
-        if (w.size() > 5) {
-            if (!wholeInt(w[5], INT_MIN, INT_MAX, v)) {
-                error = where + "bad initial value '" + w[5] + "'";
-                return false;
-            }
-            s.initialValue = static_cast<int>(v);
-        }
-        for (size_t k = 8; k < w.size(); ++k) s.description += (k > 8 ? " " : "") + w[k];
-        if (s.description.empty()) s.description = "signal " + std::to_string(h.signals.size());
         h.signals.push_back(s);
     }
     if (nsig < 0) {

@@ -65,6 +65,184 @@ std::string recordBase(const std::string& path) {
     return path;
 }
 
+int fail(const std::string& m) {
+    std::fprintf(stderr, "rtmonitor evaluate: %s\n", m.c_str());
+    return kExitInput;
+}
+
+// The recording or frame file being evaluated.
+struct EvaluationInput {
+    std::string path;
+    bool recording = false;
+    RecordSource source;
+    FrameReader frames;
+};
+
+// Opens the input; its files join `inputs` so no output replaces one of them.
+bool openInput(EvaluationInput& in, const SourceOptions& options, std::vector<std::string>& inputs,
+               std::string& error) {
+    in.recording = isRecordingPath(in.path);
+    if (in.recording) {
+        if (!in.source.open(in.path, options, error)) return false;
+        const std::vector<std::string> files = in.source.reader().inputFiles();
+        inputs.insert(inputs.end(), files.begin(), files.end());
+        for (const std::string& n : in.source.notes()) std::fprintf(stderr, "rtmonitor evaluate: %s\n", n.c_str());
+        return true;
+    }
+    if (in.frames.open(in.path)) return true;
+    error = in.path + ": cannot open: " + in.frames.error();
+    return false;
+}
+
+// Reference beats: an annotation file named with --annotations (a path, or an extension beside
+// the record), or the .atr file beside a WFDB record. Empty when there is none.
+bool findAnnotations(const ParsedArgs& p, const EvaluationInput& in, std::string& annPath, std::string& error) {
+    const std::string base = recordBase(in.path);
+    if (!p.values.count("--annotations")) {
+        if (in.recording && fileExists(base + ".atr") && fileExists(base + ".hea")) annPath = base + ".atr";
+        return true;
+    }
+    if (!in.recording) {
+        error = "--annotations needs a recording (WFDB or EDF+); for a frame file give --reference CSV";
+        return false;
+    }
+    const std::string a = p.value("--annotations");
+    annPath = fileExists(a) && a.find('/') != std::string::npos ? a : base + "." + a;
+    if (!fileExists(annPath) && fileExists(a)) annPath = a;
+    if (fileExists(annPath)) return true;
+    error = annPath + ": no such annotation file";
+    return false;
+}
+
+// The next frame of the input; false at the end or on a problem (`error` set, or a note added).
+bool nextFrame(EvaluationInput& in, Evaluation& e, ParamsIn& frame, std::string& error) {
+    if (in.recording) return in.source.next(frame, error);
+    const FrameReader::Result r = in.frames.next(frame);
+    if (r == FrameReader::Result::Incomplete)
+        e.notes.push_back("the file ends inside a frame; the complete frames before it were evaluated");
+    if (r == FrameReader::Result::Error) error = in.path + ": read error: " + in.frames.error();
+    return r == FrameReader::Result::Frame;
+}
+
+// Runs the first device's frames through the library on a device of its own.
+bool analyse(EvaluationInput& in, Evaluation& e, std::string& error) {
+    initDevice(kEvaluationDevice);
+    Progress progress("evaluating " + in.path, in.recording ? in.source.expectedFrames() : in.frames.size());
+    ParamsIn frame;
+    ParamsOut out;
+    int32_t firstDevice = 0;
+    size_t otherDevices = 0;
+    while (nextFrame(in, e, frame, error)) {
+        if (e.frames == 0 && otherDevices == 0) firstDevice = frame.nDeviceId;
+        if (frame.nDeviceId != firstDevice) {
+            ++otherDevices;
+            continue;
+        }
+        frame.nDeviceId = kEvaluationDevice;
+        processSignal(frame, &out);
+        e.heartRate.push_back(out.nHeartRate);
+        e.breathRate.push_back(out.nBreathState == 2 ? 0 : out.nBreathRate);
+        ++e.frames;
+        progress.update(in.recording ? in.source.framesDone() : in.frames.offset());
+    }
+    progress.finish();
+    freeDevice(kEvaluationDevice);
+    if (!error.empty()) return false;
+    if (e.frames == 0) {
+        error = in.path + ": no frames to evaluate";
+        return false;
+    }
+    if (otherDevices > 0)
+        e.notes.push_back(std::to_string(otherDevices) + " frames of devices other than the first (" +
+                          std::to_string(firstDevice) + ") were left out");
+    return true;
+}
+
+// The annotations of a recording: the WFDB annotation file, else the EDF+ file's own.
+bool readAnnotations(EvaluationInput& in, const std::string& annPath, std::vector<Annotation>& annotations,
+                     std::string& annotationSource, std::string& error) {
+    if (annPath.empty()) {
+        annotations = in.source.reader().embeddedAnnotations();
+        annotationSource = in.path + " (EDF+ annotations)";
+        return true;
+    }
+    std::ifstream hf(recordBase(in.path) + ".hea");
+    std::ostringstream text;
+    text << hf.rdbuf();
+    WfdbHeader header;
+    if (!parseWfdbHeader(text.str(), header, error)) {
+        error = annPath + ": annotations need the record's WFDB header for their time base";
+        return false;
+    }
+    FileSource f;
+    if (!f.open(annPath, error)) {
+        error = annPath + ": cannot open: " + error;
+        return false;
+    }
+    if (!readWfdbAnnotations(f, header.frameRate, annotations, error)) {
+        error = annPath + ": " + error;
+        return false;
+    }
+    annotationSource = annPath;
+    return true;
+}
+
+// The annotated beats become the heart-rate reference (over a CSV's).
+bool attachBeatReference(EvaluationInput& in, const std::string& annPath, bool asked, Evaluation& e,
+                         std::string& error) {
+    std::vector<Annotation> annotations;
+    std::string annotationSource;
+    if (in.recording && !readAnnotations(in, annPath, annotations, annotationSource, error)) return false;
+    std::vector<double> beats;
+    for (const Annotation& a : annotations) {
+        std::string label = a.label;
+        if (label == "beat" || label == "QRS" || label == "R") label = "N";
+        if (isBeatLabel(label)) beats.push_back(a.time);
+    }
+    std::sort(beats.begin(), beats.end());
+    if (!beats.empty()) {
+        e.heartReference = referenceHeartRate(beats, e.frames);
+        e.haveHeart = true;
+        e.heart.reference = annotationSource + " (" + std::to_string(beats.size()) + " beats)";
+    } else if (!annotationSource.empty() && asked) {
+        error = annotationSource + ": holds no beat annotations";
+        return false;
+    }
+    return true;
+}
+
+void scoreEvaluation(Evaluation& e) {
+    if (e.breathReference.empty()) e.breathReference.assign(e.frames, kNoRef);
+    if (e.heartReference.empty()) e.heartReference.assign(e.frames, kNoRef);
+    const std::string keepHeart = e.heart.reference, keepBreath = e.breath.reference;
+    e.heart = scoreRates(e.heartRate, e.heartReference, kHeartTolerance);
+    e.heart.name = "heart rate";
+    e.heart.unit = "bpm";
+    e.heart.reference = keepHeart;
+    e.breath = scoreRates(e.breathRate, e.breathReference, kBreathTolerance);
+    e.breath.name = "breathing rate";
+    e.breath.unit = "/min";
+    e.breath.reference = keepBreath;
+    if (!e.haveHeart && !e.haveBreath)
+        e.notes.push_back("no reference found: give --annotations for beats or --reference for per-second rates");
+}
+
+// The table on standard output, then --json and --report; the exit status.
+int writeEvaluation(const ParsedArgs& p, const Evaluation& e) {
+    std::fputs(evaluationTable(e).c_str(), stdout);
+    int status = kExitOk;
+    std::string error;
+    if (p.values.count("--json") && !writeWholeFile(p.value("--json"), evaluationJson(e), error)) {
+        std::fprintf(stderr, "rtmonitor evaluate: %s: cannot write: %s\n", p.value("--json").c_str(), error.c_str());
+        status = kExitInput;
+    }
+    if (p.values.count("--report") && !writeWholeFile(p.value("--report"), evaluationHtml(e), error)) {
+        std::fprintf(stderr, "rtmonitor evaluate: %s: cannot write: %s\n", p.value("--report").c_str(), error.c_str());
+        status = kExitInput;
+    }
+    return status;
+}
+
 }  // namespace
 
 int runEvaluate(const std::vector<std::string>& args) {
@@ -82,153 +260,33 @@ int runEvaluate(const std::vector<std::string>& args) {
     std::string error;
     SourceOptions options;
     if (!sourceOptionsFrom(p.values, options, error)) return usageError("evaluate", error, kEvaluateUsage);
-    const std::string path = p.positional[0];
-    auto fail = [](const std::string& m) {
-        std::fprintf(stderr, "rtmonitor evaluate: %s\n", m.c_str());
-        return kExitInput;
-    };
+    EvaluationInput in;
+    in.path = p.positional[0];
     std::vector<std::pair<std::string, std::string>> outputs;
     for (const char* o : {"--json", "--report"})
-        if (p.values.count(o)) outputs.emplace_back(o, p.values[o]);
-    std::vector<std::string> inputs{path};
-    if (p.values.count("--reference")) inputs.push_back(p.values["--reference"]);
+        if (p.values.count(o)) outputs.emplace_back(o, p.value(o));
+    std::vector<std::string> inputs{in.path};
+    if (p.values.count("--reference")) inputs.push_back(p.value("--reference"));
 
     Evaluation e;
-    e.record = path;
+    e.record = in.path;
     e.beatByBeat = kNoBeatByBeat;
     e.heart.name = "heart rate";
     e.heart.unit = "bpm";
     e.breath.name = "breathing rate";
     e.breath.unit = "/min";
 
-    // Run the frames through the library on a device of its own.
-    const bool recording = isRecordingPath(path);
-    RecordSource source;
-    FrameReader frames;
-    if (recording) {
-        if (!source.open(path, options, error)) return fail(error);
-        const std::vector<std::string> files = source.reader().inputFiles();
-        inputs.insert(inputs.end(), files.begin(), files.end());
-        for (const std::string& n : source.notes()) std::fprintf(stderr, "rtmonitor evaluate: %s\n", n.c_str());
-    } else if (!frames.open(path)) {
-        return fail(path + ": cannot open: " + frames.error());
-    }
-    // Reference beats: an annotation file named or found beside a WFDB record.
     std::string annPath;
-    if (p.values.count("--annotations")) {
-        if (!recording)
-            return fail("--annotations needs a recording (WFDB or EDF+); for a frame file give --reference CSV");
-        const std::string a = p.values["--annotations"];
-        annPath = fileExists(a) && a.find('/') != std::string::npos ? a : recordBase(path) + "." + a;
-        if (!fileExists(annPath) && fileExists(a)) annPath = a;
-        if (!fileExists(annPath)) return fail(annPath + ": no such annotation file");
-    } else if (recording && fileExists(recordBase(path) + ".atr") && fileExists(recordBase(path) + ".hea")) {
-        annPath = recordBase(path) + ".atr";
-    }
+    if (!openInput(in, options, inputs, error) || !findAnnotations(p, in, annPath, error)) return fail(error);
     if (!annPath.empty()) inputs.push_back(annPath);
     if (!checkOutputs(inputs, outputs, error)) return fail(error + "; nothing was written");
-    initDevice(kEvaluationDevice);
-    Progress progress("evaluating " + path, recording ? source.expectedFrames() : frames.size());
-    ParamsIn in;
-    ParamsOut out;
-    int32_t firstDevice = 0;
-    size_t otherDevices = 0;
-    for (;;) {
-        if (recording) {
-            if (!source.next(in, error)) break;
-        } else {
-            const FrameReader::Result r = frames.next(in);
-            if (r == FrameReader::Result::Incomplete) {
-                e.notes.push_back("the file ends inside a frame; the complete frames before it were evaluated");
-                break;
-            }
-            if (r == FrameReader::Result::Error) {
-                error = path + ": read error: " + frames.error();
-                break;
-            }
-            if (r != FrameReader::Result::Frame) break;
-        }
-        if (e.frames == 0 && otherDevices == 0) firstDevice = in.nDeviceId;
-        if (in.nDeviceId != firstDevice) {
-            ++otherDevices;
-            continue;
-        }
-        in.nDeviceId = kEvaluationDevice;
-        processSignal(in, &out);
-        e.heartRate.push_back(out.nHeartRate);
-        e.breathRate.push_back(out.nBreathState == 2 ? 0 : out.nBreathRate);
-        ++e.frames;
-        progress.update(recording ? source.framesDone() : frames.offset());
-    }
-    progress.finish();
-    freeDevice(kEvaluationDevice);
-    if (!error.empty()) return fail(error);
-    if (e.frames == 0) return fail(path + ": no frames to evaluate");
-    if (otherDevices > 0)
-        e.notes.push_back(std::to_string(otherDevices) + " frames of devices other than the first (" +
-                          std::to_string(firstDevice) + ") were left out");
-
+    if (!analyse(in, e, error)) return fail(error);
     // References: a CSV first, then annotated beats (which take over the heart rate).
-    if (p.values.count("--reference") && !readReferenceCsv(p.values["--reference"], e.frames, e, error))
+    if (p.values.count("--reference") && !readReferenceCsv(p.value("--reference"), e.frames, e, error))
         return fail(error);
-    std::vector<Annotation> annotations;
-    std::string annotationSource;
-    if (recording) {
-        if (!annPath.empty()) {
-            std::ifstream hf(recordBase(path) + ".hea");
-            std::ostringstream text;
-            text << hf.rdbuf();
-            WfdbHeader header;
-            if (!parseWfdbHeader(text.str(), header, error))
-                return fail(annPath + ": annotations need the record's WFDB header for their time base");
-            FileSource f;
-            if (!f.open(annPath, error)) return fail(annPath + ": cannot open: " + error);
-            if (!readWfdbAnnotations(f, header.frameRate, annotations, error)) return fail(annPath + ": " + error);
-            annotationSource = annPath;
-        } else {
-            annotations = source.reader().embeddedAnnotations();
-            annotationSource = path + " (EDF+ annotations)";
-        }
-    }
-    std::vector<double> beats;
-    for (const Annotation& a : annotations) {
-        std::string label = a.label;
-        if (label == "beat" || label == "QRS" || label == "R") label = "N";
-        if (isBeatLabel(label)) beats.push_back(a.time);
-    }
-    std::sort(beats.begin(), beats.end());
-    if (!beats.empty()) {
-        e.heartReference = referenceHeartRate(beats, e.frames);
-        e.haveHeart = true;
-        e.heart.reference = annotationSource + " (" + std::to_string(beats.size()) + " beats)";
-    } else if (!annotationSource.empty() && p.values.count("--annotations")) {
-        return fail(annotationSource + ": holds no beat annotations");
-    }
-    if (e.breathReference.empty()) e.breathReference.assign(e.frames, kNoRef);
-    if (e.heartReference.empty()) e.heartReference.assign(e.frames, kNoRef);
-    const std::string keepHeart = e.heart.reference, keepBreath = e.breath.reference;
-    e.heart = scoreRates(e.heartRate, e.heartReference, kHeartTolerance);
-    e.heart.name = "heart rate";
-    e.heart.unit = "bpm";
-    e.heart.reference = keepHeart;
-    e.breath = scoreRates(e.breathRate, e.breathReference, kBreathTolerance);
-    e.breath.name = "breathing rate";
-    e.breath.unit = "/min";
-    e.breath.reference = keepBreath;
-    if (!e.haveHeart && !e.haveBreath)
-        e.notes.push_back("no reference found: give --annotations for beats or --reference for per-second rates");
-
-    std::fputs(evaluationTable(e).c_str(), stdout);
-    status = kExitOk;
-    if (p.values.count("--json") && !writeWholeFile(p.values["--json"], evaluationJson(e), error)) {
-        std::fprintf(stderr, "rtmonitor evaluate: %s: cannot write: %s\n", p.values["--json"].c_str(), error.c_str());
-        status = kExitInput;
-    }
-    if (p.values.count("--report") && !writeWholeFile(p.values["--report"], evaluationHtml(e), error)) {
-        std::fprintf(stderr, "rtmonitor evaluate: %s: cannot write: %s\n", p.values["--report"].c_str(), error.c_str());
-        status = kExitInput;
-    }
-    return status;
+    if (!attachBeatReference(in, annPath, p.values.count("--annotations") > 0, e, error)) return fail(error);
+    scoreEvaluation(e);
+    return writeEvaluation(p, e);
 }
 
 }  // namespace rtmtool

@@ -88,6 +88,146 @@ int64_t nowNs() {
 
 }  // namespace
 
+// Sends frames to the frames stream and counts them. The first frame waits for the stream's
+// answer, so a missing stream or subject mapping is reported instead of retried for ever.
+class FrameSender {
+public:
+    explicit FrameSender(rtmfmt::Broker& broker) : broker_(broker) {}
+    // kExitOk when sent; otherwise the exit status to stop with (the message is printed).
+    int send(const ParamsIn& f) {
+        unsigned char bytes[kFrameBytes];
+        encodeFrame(f, bytes);
+        const std::string subject = rtmfmt::frameSubject(f.nDeviceId);
+        const std::string id = rtmfmt::frameMsgId(f.nDeviceId, f.nFrameSeq);
+        if (first_) {
+            if (const int status = sendFirst(subject, id, bytes)) return status;
+        } else if (!broker_.publish(subject, bytes, kFrameBytes, id)) {
+            std::fprintf(stderr, "rtmonitor publish: %s\n", broker_.error().c_str());
+            return kExitInput;
+        }
+        ++frames_;
+        return kExitOk;
+    }
+    uint64_t frames() const { return frames_; }
+
+private:
+    int sendFirst(const std::string& subject, const std::string& id, const unsigned char* bytes) {
+        jsPubOptions po;
+        jsPubOptions_Init(&po);
+        po.MsgId = id.c_str();
+        jsPubAck* ack = nullptr;
+        jsErrCode jerr = static_cast<jsErrCode>(0);
+        const natsStatus s = js_Publish(&ack, broker_.js(), subject.c_str(), bytes, kFrameBytes, &po, &jerr);
+        jsPubAck_Destroy(ack);
+        if (s != NATS_OK) {
+            std::fprintf(stderr,
+                         "rtmonitor publish: no stream stored %s (%s): check the server's subject mapping "
+                         "rtm.frames.* -> rtm.part.{{partition(P,1)}}.{{wildcard(1)}} and run "
+                         "rtmonitor-serve --setup (docs/serving.md)\n",
+                         subject.c_str(), rtmfmt::statusText(s).c_str());
+            return kExitInput;
+        }
+        first_ = false;
+        return kExitOk;
+    }
+
+    rtmfmt::Broker& broker_;
+    bool first_ = true;
+    uint64_t frames_ = 0;
+};
+
+// --rate real: frame k of a device goes at second k plus the device's own phase, phases spread
+// over the second (golden-ratio steps), as independent devices send; frames wait in a queue
+// ordered by send time, read about a second ahead. --rate max sends each frame as it is read.
+class Pacer {
+public:
+    using Clock = std::chrono::steady_clock;
+    Pacer(bool real, long long copies, Clock::time_point start)
+        : real_(real), copies_(copies), start_(start), lastAt_(start) {}
+
+    // Reads and sends until the file ends or an interrupt; the reader's last result in `r`.
+    int run(FrameReader& reader, FrameSender& sender, Progress& progress, FrameReader::Result& r) {
+        r = FrameReader::Result::Frame;
+        ParamsIn frame;
+        while (!gInterrupted.load()) {
+            const bool readMore = r == FrameReader::Result::Frame &&
+                                  (queue_.empty() || lastAt_ <= Clock::now() + std::chrono::seconds(1));
+            if (readMore && (r = reader.next(frame)) == FrameReader::Result::Frame) {
+                if (const int status = take(frame, sender)) return status;
+                progress.update(reader.offset());
+                continue;
+            }
+            if (queue_.empty()) {
+                if (r != FrameReader::Result::Frame) break;
+                continue;
+            }
+            if (const int status = sendDue(sender)) return status;
+        }
+        return kExitOk;
+    }
+
+private:
+    struct Timed {
+        Clock::time_point at;
+        ParamsIn frame;
+        bool operator<(const Timed& o) const { return at > o.at; }
+    };
+
+    // The frame's copies: sent at once, or queued at their device's next second.
+    int take(const ParamsIn& frame, FrameSender& sender) {
+        for (long long c = 0; c < copies_; ++c) {
+            ParamsIn f = frame;
+            f.nDeviceId =
+                static_cast<int32_t>(static_cast<uint32_t>(frame.nDeviceId) + static_cast<uint32_t>(c * 1000000));
+            if (!real_) {
+                if (const int status = sender.send(f)) return status;
+                continue;
+            }
+            auto it = paced_.find(f.nDeviceId);
+            if (it == paced_.end())
+                it = paced_
+                         .emplace(
+                             f.nDeviceId,
+                             std::make_pair(uint64_t{0},
+                                            std::fmod(static_cast<double>(paced_.size()) * 0.6180339887498949, 1.0)))
+                         .first;
+            const double at = static_cast<double>(it->second.first++) + it->second.second;
+            lastAt_ = start_ + std::chrono::microseconds(static_cast<int64_t>(at * 1e6));
+            queue_.push({lastAt_, f});
+        }
+        return kExitOk;
+    }
+
+    int sendDue(FrameSender& sender) {
+        std::this_thread::sleep_until(queue_.top().at);
+        while (!queue_.empty() && queue_.top().at <= Clock::now()) {
+            if (const int status = sender.send(queue_.top().frame)) return status;
+            queue_.pop();
+        }
+        return kExitOk;
+    }
+
+    bool real_;
+    long long copies_;
+    Clock::time_point start_, lastAt_;
+    std::priority_queue<Timed> queue_;
+    std::map<int32_t, std::pair<uint64_t, double> > paced_;  // per device: frames so far, phase
+};
+
+// How the file ended, as the exit status; a truncated or unreadable file is an input error.
+int endStatus(FrameReader::Result r, const FrameReader& reader, const std::string& path) {
+    if (r == FrameReader::Result::Incomplete) {
+        std::fprintf(stderr, "rtmonitor publish: %s: ends inside a frame at byte %" PRIu64 "; that part was not sent\n",
+                     path.c_str(), reader.offset());
+        return kExitInput;
+    }
+    if (r == FrameReader::Result::Error) {
+        std::fprintf(stderr, "rtmonitor publish: %s: %s\n", path.c_str(), reader.error().c_str());
+        return kExitInput;
+    }
+    return gInterrupted.load() ? kExitInput : kExitOk;
+}
+
 int publishFrames(const std::vector<std::string>& args) {
     static const CommandSpec kCommand{"publish",
                                       kPublishUsage,
@@ -101,14 +241,14 @@ int publishFrames(const std::vector<std::string>& args) {
     int status = kExitOk;
     if (!parseCommand(kCommand, args, p, status)) return status;
     std::string error;
-    const std::string rate = p.values.count("--rate") ? p.values["--rate"] : "max";
+    const std::string rate = p.value("--rate", "max");
     if (rate != "real" && rate != "max")
         return usageError("publish", "--rate is real or max, not '" + rate + "'", kPublishUsage);
     long long copies = 1;
-    if (p.values.count("--copies") && !parseInteger(p.values["--copies"], 1, 100000, copies))
-        return usageError("publish", "--copies needs a whole number 1..100000, not '" + p.values["--copies"] + "'",
+    if (p.has("--copies") && !parseInteger(p.value("--copies"), 1, 100000, copies))
+        return usageError("publish", "--copies needs a whole number 1..100000, not '" + p.value("--copies") + "'",
                           kPublishUsage);
-    const std::string url = p.values.count("--server") ? p.values["--server"] : "nats://127.0.0.1:4222";
+    const std::string url = p.value("--server", "nats://127.0.0.1:4222");
     const std::string path = p.positional[0];
     SourceOptions recordingOptions;
     if (!sourceOptionsFrom(p.values, recordingOptions, error)) return usageError("publish", error, kPublishUsage);
@@ -139,111 +279,20 @@ int publishFrames(const std::vector<std::string>& args) {
     std::signal(SIGTERM, onInterrupt);
     Progress progress("publishing " + path, reader.size());
     const auto start = std::chrono::steady_clock::now();
-    uint64_t frames = 0;
-    bool first = true;
-    // 0: sent; otherwise the exit status to stop with.
-    auto send = [&](const ParamsIn& f) {
-        unsigned char bytes[kFrameBytes];
-        encodeFrame(f, bytes);
-        const std::string subject = rtmfmt::frameSubject(f.nDeviceId);
-        const std::string id = rtmfmt::frameMsgId(f.nDeviceId, f.nFrameSeq);
-        if (first) {
-            // The first one waits for the stream's answer, so a missing stream or subject
-            // mapping is reported instead of retried for ever.
-            jsPubOptions po;
-            jsPubOptions_Init(&po);
-            po.MsgId = id.c_str();
-            jsPubAck* ack = nullptr;
-            jsErrCode jerr = static_cast<jsErrCode>(0);
-            const natsStatus s = js_Publish(&ack, broker.js(), subject.c_str(), bytes, kFrameBytes, &po, &jerr);
-            jsPubAck_Destroy(ack);
-            if (s != NATS_OK) {
-                std::fprintf(stderr,
-                             "rtmonitor publish: no stream stored %s (%s): check the server's subject mapping "
-                             "rtm.frames.* -> rtm.part.{{partition(P,1)}}.{{wildcard(1)}} and run "
-                             "rtmonitor-serve --setup (docs/serving.md)\n",
-                             subject.c_str(), rtmfmt::statusText(s).c_str());
-                return kExitInput;
-            }
-            first = false;
-        } else if (!broker.publish(subject, bytes, kFrameBytes, id)) {
-            std::fprintf(stderr, "rtmonitor publish: %s\n", broker.error().c_str());
-            return kExitInput;
-        }
-        ++frames;
-        return kExitOk;
-    };
-
-    // --rate real: frame k of a device goes at second k plus the device's own phase, phases spread
-    // over the second (golden-ratio steps), as independent devices send; frames wait in a queue
-    // ordered by send time, read about a second ahead.
-    using Clock = std::chrono::steady_clock;
-    struct Timed {
-        Clock::time_point at;
-        ParamsIn frame;
-        bool operator<(const Timed& o) const { return at > o.at; }
-    };
-    std::priority_queue<Timed> queue;
-    std::map<int32_t, std::pair<uint64_t, double> > paced;  // per device: frames so far, phase
-    Clock::time_point lastAt = start;
+    FrameSender sender(broker);
+    Pacer pacer(rate == "real", copies, start);
     FrameReader::Result r = FrameReader::Result::Frame;
-    ParamsIn frame;
-    while (!gInterrupted.load()) {
-        const bool readMore =
-            r == FrameReader::Result::Frame && (queue.empty() || lastAt <= Clock::now() + std::chrono::seconds(1));
-        if (readMore && (r = reader.next(frame)) == FrameReader::Result::Frame) {
-            for (long long c = 0; c < copies; ++c) {
-                ParamsIn f = frame;
-                f.nDeviceId =
-                    static_cast<int32_t>(static_cast<uint32_t>(frame.nDeviceId) + static_cast<uint32_t>(c * 1000000));
-                if (rate == "max") {
-                    if (const int status = send(f)) return status;
-                    continue;
-                }
-                auto it = paced.find(f.nDeviceId);
-                if (it == paced.end())
-                    it = paced
-                             .emplace(
-                                 f.nDeviceId,
-                                 std::make_pair(uint64_t{0},
-                                                std::fmod(static_cast<double>(paced.size()) * 0.6180339887498949, 1.0)))
-                             .first;
-                const double at = static_cast<double>(it->second.first++) + it->second.second;
-                lastAt = start + std::chrono::microseconds(static_cast<int64_t>(at * 1e6));
-                queue.push({lastAt, f});
-            }
-            progress.update(reader.offset());
-            continue;
-        }
-        if (queue.empty()) {
-            if (r != FrameReader::Result::Frame) break;
-            continue;
-        }
-        std::this_thread::sleep_until(queue.top().at);
-        while (!queue.empty() && queue.top().at <= Clock::now()) {
-            if (const int status = send(queue.top().frame)) return status;
-            queue.pop();
-        }
-    }
+    if (const int sendStatus = pacer.run(reader, sender, progress, r)) return sendStatus;
     if (!broker.flush(&gInterrupted)) {
         std::fprintf(stderr, "rtmonitor publish: interrupted; %" PRIu64 " frames sent, the last ones unconfirmed\n",
-                     frames);
+                     sender.frames());
         return kExitInput;
     }
     progress.finish();
     const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-    std::fprintf(stderr, "rtmonitor publish: %" PRIu64 " frames stored in %.1f s (%.0f frames/s)\n", frames, seconds,
-                 seconds > 0 ? static_cast<double>(frames) / seconds : 0.0);
-    if (r == FrameReader::Result::Incomplete) {
-        std::fprintf(stderr, "rtmonitor publish: %s: ends inside a frame at byte %" PRIu64 "; that part was not sent\n",
-                     path.c_str(), reader.offset());
-        return kExitInput;
-    }
-    if (r == FrameReader::Result::Error) {
-        std::fprintf(stderr, "rtmonitor publish: %s: %s\n", path.c_str(), reader.error().c_str());
-        return kExitInput;
-    }
-    return gInterrupted.load() ? kExitInput : kExitOk;
+    std::fprintf(stderr, "rtmonitor publish: %" PRIu64 " frames stored in %.1f s (%.0f frames/s)\n", sender.frames(),
+                 seconds, seconds > 0 ? static_cast<double>(sender.frames()) / seconds : 0.0);
+    return endStatus(r, reader, path);
 }
 
 int subscribeResults(const std::vector<std::string>& args) {

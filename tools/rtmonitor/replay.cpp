@@ -35,6 +35,124 @@ int fail(const std::string& message) {
     return kExitInput;
 }
 
+// What a replay reads and writes, as the options gave it.
+struct ReplayJob {
+    std::string path, shownPath;
+    bool waves = false, toFile = false, wantReport = false;
+    std::vector<std::pair<std::string, std::string>> outputs;
+    std::vector<std::string> inputs;
+};
+
+// Opens the frames to replay: a recording is converted into a temporary frame file first, then
+// replayed like any other. The outputs are checked against every input before anything is written.
+bool openFrames(ReplayJob& job, const SourceOptions& options, TemporaryFrames& converted, FrameReader& reader,
+                std::string& error) {
+    std::string framePath = job.path;
+    const bool recording = isRecordingPath(job.path);
+    if (recording) {
+        RecordSource source;
+        if (!source.open(job.path, options, error)) return false;
+        const std::vector<std::string> files = source.reader().inputFiles();
+        job.inputs.insert(job.inputs.end(), files.begin(), files.end());
+        if (!checkOutputs(job.inputs, job.outputs, error)) {
+            error += "; nothing was written";
+            return false;
+        }
+        if (!converted.write(source, job.path, error)) return false;
+        framePath = converted.path();
+    }
+    if (!reader.open(framePath)) {
+        error = job.shownPath + ": cannot open: " + reader.error();
+        return false;
+    }
+    if (!recording && !checkOutputs(job.inputs, job.outputs, error)) {
+        error += "; nothing was written";
+        return false;
+    }
+    return true;
+}
+
+struct ReplayCounts {
+    uint64_t frames = 0, analysed = 0, skipped = 0;
+};
+
+// The problem that ends the replay at `offset` (read error, truncation, empty file), if any.
+void noteEnd(FrameReader::Result r, const FrameReader& reader, uint64_t offset, const ReplayJob& job,
+             const ReplayCounts& n, std::vector<std::string>& problems) {
+    const std::string before = "; the " + std::to_string(n.frames) + " complete frames before it were replayed";
+    if (r == FrameReader::Result::End && n.frames == 0)
+        problems.push_back(job.shownPath + ": empty file, no frames to replay");
+    if (r == FrameReader::Result::Incomplete)
+        problems.push_back(job.shownPath + ": incomplete record at byte offset " + std::to_string(offset) + " (" +
+                           std::to_string(reader.partialBytes()) + " of " + std::to_string(kFrameBytes) + " bytes)" +
+                           before);
+    if (r == FrameReader::Result::Error)
+        problems.push_back(job.shownPath + ": read error at byte offset " + std::to_string(offset) + ": " +
+                           reader.error() + before);
+}
+
+// Every complete frame through the library, one CSV row each (and into the report).
+ReplayCounts replayFrames(FrameReader& reader, const ReplayJob& job, std::FILE* csv, Report& report, Host& host,
+                          FrameDoubts& doubts, std::vector<std::string>& problems) {
+    Progress progress("replaying " + job.shownPath, reader.size());
+    ReplayCounts n;
+    ParamsIn in;
+    ParamsOut out;
+    for (;;) {
+        const uint64_t offset = reader.offset();
+        const FrameReader::Result r = reader.next(in);
+        if (r != FrameReader::Result::Frame) {
+            noteEnd(r, reader, offset, job, n, problems);
+            break;
+        }
+        doubts.add(in);
+        size_t device = 0;
+        if (host.process(in, out, device)) {
+            writeCsvRow(csv, n.frames, in, out, job.waves);
+            if (job.wantReport) report.add(device, in, out, nullptr);
+            ++n.analysed;
+        } else {
+            if (n.skipped == 0)
+                problems.push_back(job.shownPath + ": more than " + std::to_string(Host::kMaxDevices) +
+                                   " devices; frames of further devices (the first at byte offset " +
+                                   std::to_string(offset) + ", device " + std::to_string(in.nDeviceId) +
+                                   ") are not analysed");
+            ++n.skipped;
+        }
+        ++n.frames;
+        progress.update(reader.offset());
+    }
+    progress.finish();
+    if (n.skipped > 0) problems.push_back(job.shownPath + ": " + std::to_string(n.skipped) + " frames not analysed");
+    return n;
+}
+
+// Doubts and problems go to standard error and into the report. Doubts do not change the exit
+// status: the file was read as asked, it may just not be frames.
+void reportFindings(const ReplayJob& job, const FrameDoubts& doubts, const std::vector<std::string>& problems,
+                    Report& report) {
+    for (const std::string& d : doubts.findings()) {
+        const std::string m = "warning: " + job.shownPath + " does not look like a frame file: " + d;
+        std::fprintf(stderr, "rtmonitor replay: %s\n", m.c_str());
+        report.addNote(m);
+    }
+    for (const std::string& m : problems) {
+        std::fprintf(stderr, "rtmonitor replay: %s\n", m.c_str());
+        report.addNote(m);
+    }
+}
+
+// The report with its references, written whole; false with `error` set.
+bool writeReport(const ParsedArgs& p, const std::map<int64_t, RateReference>& references, const Host& host,
+                 Report& report, std::string& error) {
+    for (int32_t id : host.deviceIds()) {
+        auto it = references.find(id);
+        if (it == references.end()) it = references.find(kEveryDevice);
+        if (it != references.end()) report.setReference(id, it->second.heart, it->second.breath, "reference");
+    }
+    return report.write(p.value("--report"), error);
+}
+
 }  // namespace
 
 int runReplay(const std::vector<std::string>& args) {
@@ -53,128 +171,55 @@ int runReplay(const std::vector<std::string>& args) {
     std::string error;
     int at = 60;
     if (!parseAt(p, at, error)) return usageError("replay", error, kReplayUsage);
-    const std::string path = p.positional[0];
-    const std::string shownPath = path == "-" ? "standard input" : path;
-    const bool waves = p.flags.count("--waves") > 0;
-    const bool toFile = p.values.count("--out") > 0;
-    const bool wantReport = p.values.count("--report") > 0;
+    ReplayJob job;
+    job.path = p.positional[0];
+    job.shownPath = job.path == "-" ? "standard input" : job.path;
+    job.waves = p.has("--waves");
+    job.toFile = p.has("--out");
+    job.wantReport = p.has("--report");
+    if (job.toFile) job.outputs.emplace_back("--out", p.value("--out"));
+    if (job.wantReport) job.outputs.emplace_back("--report", p.value("--report"));
+    job.inputs.push_back(job.path);
+    if (p.has("--reference")) job.inputs.push_back(p.value("--reference"));
 
-    std::vector<std::pair<std::string, std::string>> outputs;
-    if (toFile) outputs.emplace_back("--out", p.values["--out"]);
-    if (wantReport) outputs.emplace_back("--report", p.values["--report"]);
-    std::vector<std::string> inputs{path};
-    if (p.values.count("--reference")) inputs.push_back(p.values["--reference"]);
-
-    // A recording is converted into a temporary frame file first, then replayed like any other.
     SourceOptions recordingOptions;
     if (!sourceOptionsFrom(p.values, recordingOptions, error)) return usageError("replay", error, kReplayUsage);
-    std::string framePath = path;
     TemporaryFrames converted;
-    const bool recording = isRecordingPath(path);
-    if (recording) {
-        RecordSource source;
-        if (!source.open(path, recordingOptions, error)) return fail(error);
-        const std::vector<std::string> files = source.reader().inputFiles();
-        inputs.insert(inputs.end(), files.begin(), files.end());
-        if (!checkOutputs(inputs, outputs, error)) return fail(error + "; nothing was written");
-        if (!converted.write(source, path, error)) return fail(error);
-        framePath = converted.path();
-    }
-
     FrameReader reader;
-    if (!reader.open(framePath)) return fail(shownPath + ": cannot open: " + reader.error());
-    if (!recording && !checkOutputs(inputs, outputs, error)) return fail(error + "; nothing was written");
+    if (!openFrames(job, recordingOptions, converted, reader, error)) return fail(error);
 
     std::map<int64_t, RateReference> references;
-    if (p.values.count("--reference")) {
-        const std::string& refPath = p.values["--reference"];
-        if (!wantReport)
+    if (p.has("--reference")) {
+        const std::string refPath = p.value("--reference");
+        if (!job.wantReport)
             return usageError("replay", "--reference is drawn in the report: add --report FILE.html", kReplayUsage);
         if (!readReference(refPath, references, error)) return fail(refPath + ": " + error);
     }
 
     OutputFile csvFile;
     std::FILE* csv = stdout;
-    if (toFile) {
-        if (!csvFile.open(p.values["--out"], error)) return fail(p.values["--out"] + ": cannot write: " + error);
+    if (job.toFile) {
+        if (!csvFile.open(p.value("--out"), error)) return fail(p.value("--out") + ": cannot write: " + error);
         csv = csvFile.file();
     }
-    writeCsvHeader(csv, waves);
+    writeCsvHeader(csv, job.waves);
 
-    Report report("rtmonitor replay: " + shownPath, at);
+    Report report("rtmonitor replay: " + job.shownPath, at);
     Host host;
     FrameDoubts doubts;
-    Progress progress("replaying " + shownPath, reader.size());
     std::vector<std::string> problems;
-    uint64_t frames = 0, analysed = 0, skipped = 0;
-    ParamsIn in;
-    ParamsOut out;
-    for (;;) {
-        const uint64_t offset = reader.offset();
-        const FrameReader::Result r = reader.next(in);
-        if (r == FrameReader::Result::End) {
-            if (frames == 0) problems.push_back(shownPath + ": empty file, no frames to replay");
-            break;
-        }
-        if (r == FrameReader::Result::Incomplete) {
-            problems.push_back(shownPath + ": incomplete record at byte offset " + std::to_string(offset) + " (" +
-                               std::to_string(reader.partialBytes()) + " of " + std::to_string(kFrameBytes) +
-                               " bytes); the " + std::to_string(frames) + " complete frames before it were replayed");
-            break;
-        }
-        if (r == FrameReader::Result::Error) {
-            problems.push_back(shownPath + ": read error at byte offset " + std::to_string(offset) + ": " +
-                               reader.error() + "; the " + std::to_string(frames) +
-                               " complete frames before it were replayed");
-            break;
-        }
-        doubts.add(in);
-        size_t device = 0;
-        if (host.process(in, out, device)) {
-            writeCsvRow(csv, frames, in, out, waves);
-            if (wantReport) report.add(device, in, out, nullptr);
-            ++analysed;
-        } else {
-            if (skipped == 0)
-                problems.push_back(shownPath + ": more than " + std::to_string(Host::kMaxDevices) +
-                                   " devices; frames of further devices (the first at byte offset " +
-                                   std::to_string(offset) + ", device " + std::to_string(in.nDeviceId) +
-                                   ") are not analysed");
-            ++skipped;
-        }
-        ++frames;
-        progress.update(reader.offset());
-    }
-    progress.finish();
-    if (skipped > 0) problems.push_back(shownPath + ": " + std::to_string(skipped) + " frames not analysed");
-
+    const ReplayCounts n = replayFrames(reader, job, csv, report, host, doubts, problems);
     status = problems.empty() ? kExitOk : kExitInput;
-    // Doubts do not change the exit status: the file was read as asked, it may just not be frames.
-    for (const std::string& d : doubts.findings()) {
-        const std::string m = "warning: " + shownPath + " does not look like a frame file: " + d;
-        std::fprintf(stderr, "rtmonitor replay: %s\n", m.c_str());
-        report.addNote(m);
-    }
-    for (const std::string& m : problems) {
-        std::fprintf(stderr, "rtmonitor replay: %s\n", m.c_str());
-        report.addNote(m);
-    }
-    if (toFile) {
-        if (!csvFile.commit(error)) status = fail(p.values["--out"] + ": " + error);
+    reportFindings(job, doubts, problems, report);
+    if (job.toFile) {
+        if (!csvFile.commit(error)) status = fail(p.value("--out") + ": " + error);
     } else if (!finishStandardOutput(error)) {
         status = fail(error);
     }
-    if (wantReport) {
-        for (int32_t id : host.deviceIds()) {
-            auto it = references.find(id);
-            if (it == references.end()) it = references.find(kEveryDevice);
-            if (it != references.end()) report.setReference(id, it->second.heart, it->second.breath, "reference");
-        }
-        if (!report.write(p.values["--report"], error))
-            status = fail(p.values["--report"] + ": cannot write: " + error);
-    }
-    if (toFile || wantReport)
-        std::fprintf(stderr, "rtmonitor replay: %" PRIu64 " frames of %zu device%s analysed\n", analysed,
+    if (job.wantReport && !writeReport(p, references, host, report, error))
+        status = fail(p.value("--report") + ": cannot write: " + error);
+    if (job.toFile || job.wantReport)
+        std::fprintf(stderr, "rtmonitor replay: %" PRIu64 " frames of %zu device%s analysed\n", n.analysed,
                      host.deviceIds().size(), host.deviceIds().size() == 1 ? "" : "s");
     return status;
 }
