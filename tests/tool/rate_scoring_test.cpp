@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "evaluate.h"
+#include "evaluation/evaluate.h"
 #include "support/tool_runner.h"
 
 namespace {

@@ -9,7 +9,7 @@
 
 #include <gtest/gtest.h>
 
-#include "report.h"
+#include "report/report.h"
 #include "support/tool_runner.h"
 
 namespace rtmtool {

@@ -12,7 +12,7 @@
 #include "formats/frame_file.h"
 #include "host.h"
 #include "output_file.h"
-#include "report.h"
+#include "report/report.h"
 #include "synth.h"
 
 namespace rtmtool {

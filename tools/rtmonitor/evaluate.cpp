@@ -2,7 +2,7 @@
 // device and scores its heart rate against the rate of annotated reference beats, and its
 // breathing rate against a reference CSV. Check: `rtmonitor evaluate ../shared/data/wfdb/100.hea
 // --annotations atr --json x.json`; its per-second reference reproduces ../shared/data/100.ref.csv.
-#include "evaluate.h"
+#include "evaluation/evaluate.h"
 
 #include <algorithm>
 #include <cmath>

@@ -18,7 +18,7 @@
 #include "output_file.h"
 #include "progress.h"
 #include "recording_input.h"
-#include "report.h"
+#include "report/report.h"
 
 namespace rtmtool {
 namespace {
