@@ -71,9 +71,9 @@ public:
     int BaseFilter(int x);
     int LowFilterHeart(int x);
     int GetWavePeak(int* data, int count);
+    int Convexpointoperator(int lead);
 
     // Detection thresholds and ring searches.
-    int Convexpointoperator(int lead);
     int lngFindLocalMaxLocation(int* ring, int from, int to, int len, int& pos);
     int lngFindLocalMinLocation(int* ring, int from, int to, int len, int& pos);
     int GetEnergyHeightInitValue(int seconds);

@@ -1,14 +1,13 @@
-// The two walks over one packet's ring positions. The first conditions each ECG count into the
-// detection rings (nFilteredRing, nAbsRing, nConvexRing at nRingPos) and the short-time energy
-// ring, and writes the display waveform (counts on an offset of 512). The second walks the same
-// positions again: at each whole second it learns the thresholds (nRPeakThreshold,
-// nRHeightThreshold, nThresholdReady), and while they are ready it runs the main-peak search and
-// stores finished beats in stBeatRing.
-#include <algorithm>
-#include <cstdint>
+// The two walks over one packet's ring positions. The first hands each ECG count to the
+// conditioning chain (conditioning.cpp), which fills the detection rings and the short-time
+// energy ring, and collects the display waveform (counts on an offset of 512) and the
+// half-threshold energy crossings. The second walks the same positions again: at each whole
+// second it learns the thresholds (nRPeakThreshold, nRHeightThreshold, nThresholdReady), and
+// while they are ready it runs the main-peak search and stores finished beats in stBeatRing.
 #include <vector>
 
 #include "common/exact_math.h"
+#include "heart/conditioning.h"
 #include "heart/driver_stages.h"
 #include "heart/ring.h"
 
@@ -17,39 +16,6 @@ namespace heart {
 namespace {
 
 constexpr int kLearnSpanSamples = 600;  // start-up thresholds: maxima of the last 3 s
-constexpr int kConvexDelay = 3;         // the convex value at p is complete three samples later
-constexpr int kEnergyWindow = 10;       // entries of nEnergyWindow
-
-// One term of the window's energy, as 32-bit unsigned arithmetic gives it.
-uint32_t energyTerm(int v) {
-    const uint32_t e = static_cast<uint32_t>(v);
-    return (e * e) / 10000u;
-}
-
-// Pushes the newest complete convex value into the energy window and the window's energy into
-// the energy ring. True when the energy crossed half the energy threshold. `windowSum` carries
-// the sum of the window's terms from one sample of a packet to the next: the terms are summed
-// modulo 2^32, so taking out the leaving term and adding the entering one gives the word a full
-// sum gives. On the first sample of a packet (`firstOfPacket`) it is summed afresh.
-bool pushEnergy(CBeatMeasure& m, int convexValue, uint32_t& windowSum, bool firstOfPacket) {
-    const int leaving = m.nEnergyWindow[wrapModulo(m.nEnergyWindowPos, kEnergyWindow)];
-    pushRing(m.nEnergyWindow, m.nEnergyWindowPos, convexValue);
-    uint32_t acc = 0;
-    if (firstOfPacket) {
-        for (int k = 0; k < kEnergyWindow; ++k) acc += energyTerm(m.nEnergyWindow[k]);
-    } else {
-        acc = windowSum - energyTerm(leaving) + energyTerm(convexValue);
-    }
-    windowSum = acc;
-    const int slot = pushRing(m.nEnergyRing, m.nEnergyRingPos, static_cast<int>(acc / 10u));
-
-    const int threshold = m.nEnergyThreshold[0];
-    if (threshold <= 0) return false;
-    const double half = 0.5 * static_cast<double>(threshold);
-    const double last = static_cast<double>(m.nEnergyRing[slot]) - half;
-    const double before = static_cast<double>(m.nEnergyRing[ringAt(slot, -1)]) - half;
-    return last * before < 0.0;
-}
 
 // Start-up thresholds: plain maxima of the last 3 s, so detection begins at once.
 void takeStartupMaxima(CBeatMeasure& m) {
@@ -130,28 +96,11 @@ bool storeBeats(CBeatMeasure& m, const std::vector<BeatMeasure>& beats) {
 
 int conditionPacket(CBeatMeasure& m, int /*channel: one lead is conditioned*/, const int* samples, int count,
                     int* waveOut) {
-    int* filtered = m.nFilteredRing[0];
-    int* absolute = m.nAbsRing[0];
-    const int* convex = m.nConvexRing[0];
     int energyCrossings = 0;
-    uint32_t windowSum = 0;
+    PacketConditioning packet;
     for (int i = 0; i < count; ++i) {
-        m.nRingPos = (m.nRingPos >= kRingLength - 1 || m.nRingPos < -1) ? 0 : m.nRingPos + 1;
-        const int pos = m.nRingPos;
-
-        int display = 0;
-        // Nothing else writes the median ring during the packet, so its kept sorted copy is
-        // checked against it on the first sample only.
-        conditionSample(m, samples[i], &display, i > 0);
-        if (waveOut != nullptr) waveOut[i] = display;
-
-        const int low = m.LowFilterHeart(wrapSub32(display, kDisplayOffset));
-        const int s =
-            floatToIntX86(static_cast<double>(static_cast<float>(low)) * 1000.0 / static_cast<double>(m.fSignalGain));
-        filtered[pos] = s;
-        absolute[pos] = wrapAbs32(s);
-        m.Convexpointoperator(0);
-        if (pushEnergy(m, convex[ringAt(pos, -kConvexDelay)], windowSum, i == 0)) ++energyCrossings;
+        if (conditionDetectionSample(m, samples[i], waveOut != nullptr ? waveOut + i : nullptr, packet))
+            ++energyCrossings;
     }
     return energyCrossings;
 }

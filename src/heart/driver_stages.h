@@ -32,17 +32,12 @@ inline void sortAscending(int* v, int n) {
 // rate (nWavePeakRing, nLargeWave*, nOverRangeFlag, nSettleCount, nHoldCount).
 void judgePacket(CBeatMeasure& m, int amplitude);
 
-// detection_pass.cpp: the first pass conditions the samples into the three detection rings and
-// the energy ring and returns how often the energy crossed half its threshold; the second walks
-// the packet's positions again, learns thresholds at each whole second and runs the main-peak
-// search. It returns true when a beat entered the beat ring.
+// detection_pass.cpp: the first pass hands each sample to the conditioning chain
+// (heart/conditioning.h), which fills the three detection rings and the energy ring, and returns
+// how often the energy crossed half its threshold; the second walks the packet's positions again,
+// learns thresholds at each whole second and runs the main-peak search. It returns true when a
+// beat entered the beat ring.
 int conditionPacket(CBeatMeasure& m, int channel, const int* samples, int count, int* waveOut);
-
-// conditioning.cpp: one sample through the median baseline, the running mean and the display
-// smoothing, as Processingheartdata does it. `sameWindowAsLastSample`: the previous call on this
-// thread was for this analyser and nothing has written nMedianRing since, so the kept sorted
-// copy of the median window needs no check against the ring.
-int conditionSample(CBeatMeasure& m, int sample, int* display, bool sameWindowAsLastSample);
 bool detectBeats(CBeatMeasure& m, int count);
 
 // heart_rate.cpp: the packet's heart rate in beats/min from the beat history.

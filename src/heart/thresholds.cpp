@@ -1,5 +1,5 @@
-// Detection thresholds: the convex (sharpness) operator and the learners that set the energy, convex-peak and
-// absolute-height thresholds from the maxima of the last seconds. Rings hold 4000 samples (20 s at 200 samples/s);
+// Detection thresholds: the learners that set the energy, convex-peak and absolute-height thresholds from the
+// maxima of the last seconds of the rings conditioning.cpp fills. Rings hold 4000 samples (20 s at 200 samples/s);
 // positions wrap modulo 4000. Thresholds are in the units of the ring they apply to (scaled filtered counts).
 #include <algorithm>
 #include <array>
@@ -15,32 +15,15 @@ using rtm::wrapSub32;
 using rtm::heart::kRingLength;
 using rtm::heart::kSamplesPerSecond;
 using rtm::heart::leadRow;
-using rtm::heart::ringAt;
 
 namespace {
 
-// The convex operator compares a sample with its neighbours three samples (15 ms) away.
-constexpr int kConvexStep = 3;
 // Lowest convex-peak and absolute-height thresholds a learner may set.
 constexpr int kMinHeightThreshold = 100;
 // A learnt mean must exceed this to replace a height threshold.
 constexpr int kMinLearntMean = 9;
 // Largest look-back the learners are asked for is 10 s; the buffer allows the whole ring.
 constexpr int kMaxSeconds = kRingLength / kSamplesPerSecond;
-
-}  // namespace
-
-int CBeatMeasure::Convexpointoperator(int lead) {
-    const int row = leadRow(lead);
-    const int* f = nFilteredRing[row];
-    const int c = ringAt(nRingPos, -kConvexStep);
-    const int twice = wrapMul32(f[c], 2);
-    const int diff = wrapSub32(wrapSub32(twice, f[ringAt(c, kConvexStep)]), f[ringAt(c, -kConvexStep)]);
-    nConvexRing[row][c] = rtm::wrapAbs32(diff);
-    return 1;
-}
-
-namespace {
 
 // The maxima of the n whole seconds before write position P, newest second first. The span of
 // second k starts at P + 3 - k * rate, with a single +4000 correction as the learners have always
