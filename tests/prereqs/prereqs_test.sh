@@ -120,6 +120,27 @@ absent libsamplerate0-dev
 run -- state
 cmp -s "$work/out" "$work/state.before" && fail "state should change when a package goes missing"
 
+# The station's npm packages: npm ci in web/ when node_modules does not match the lock file, once.
+mkdir -p "$work/repo/scripts" "$work/repo/web"
+cp "$script" "$work/repo/scripts/prereqs"
+printf '%s\n' '#!/usr/bin/env bash' 'echo "npm $* in $PWD" >>"$FAKE_DIR/npm.log"' \
+    'mkdir -p node_modules && cp package-lock.json node_modules/.package-lock.json' >"$work/bin/npm"
+chmod 755 "$work/bin/npm"
+echo '{}' >"$work/repo/web/package.json"
+absent
+script_real=$script
+script=$work/repo/scripts/prereqs
+run -- install test
+expect_line "prereqs: web/ has no package-lock.json: the station's npm packages are not installed (cd web && npm install)" \
+    "station without a lock file"
+echo '{}' >"$work/repo/web/package-lock.json"
+run -- install test
+expect_match "^prereqs: installing the station's npm packages: npm ci in web/" "station"
+grep -q "^npm ci .* in $work/repo/web\$" "$work/npm.log" || fail "station: npm ci should run in web/"
+run -- install test
+[ ! -s "$work/out" ] && [ "$(wc -l <"$work/npm.log")" = 1 ] || fail "station: npm ci should not run again"
+script=$script_real
+
 # Usage errors.
 run -- install nonsense
 [ $status = 2 ] || fail "an unknown part should exit 2 (got $status)"
