@@ -1,12 +1,16 @@
 # Thin wrapper round CMake. `make` builds build/librtmonitor.so (and the tool, build/rtmonitor);
 # `make test` builds and runs the whole suite; `make demo` builds only the tool and runs its demo;
 # `make install PREFIX=/some/dir` installs (cmake --install; without PREFIX, the configured prefix).
+# `make demo` and `make test` first bring in what they need through scripts/prereqs: as root with
+# apt-get they install missing Debian packages, otherwise they say how and skip those parts.
+# RTM_NO_INSTALL=1 never installs.
 BUILD ?= build
 JOBS ?= $(shell nproc 2>/dev/null || echo 2)
 CMAKE_ARGS ?=
 PREFIX ?=
+PREREQS := scripts/prereqs
 
-.PHONY: all build test demo install asan tsan fuzz soak clean check-prereqs
+.PHONY: all build configure test demo install asan tsan fuzz soak clean check-prereqs
 
 all: build
 
@@ -14,22 +18,32 @@ check-prereqs:
 	@command -v cmake >/dev/null 2>&1 || { echo "error: cmake is not installed; install it with: apt-get install cmake" >&2; exit 1; }
 	@command -v c++ >/dev/null 2>&1 || { echo "error: no C++ compiler found; install one with: apt-get install g++" >&2; exit 1; }
 
-$(BUILD)/CMakeCache.txt: | check-prereqs
-	cmake -S . -B $(BUILD) $(CMAKE_ARGS)
+# Configures when there is no build tree yet, and again whenever a listed package came or went
+# since the last configure: a part installed later is then built and tested, not left out.
+configure: check-prereqs
+	@mkdir -p $(BUILD)
+	@$(PREREQS) state > $(BUILD)/prereqs.state.new
+	@if ! test -f $(BUILD)/CMakeCache.txt || ! cmp -s $(BUILD)/prereqs.state.new $(BUILD)/prereqs.state; then \
+	  cmake -S . -B $(BUILD) $(CMAKE_ARGS) && mv $(BUILD)/prereqs.state.new $(BUILD)/prereqs.state; \
+	else rm -f $(BUILD)/prereqs.state.new; fi
 
-build: check-prereqs $(BUILD)/CMakeCache.txt
+build: configure
 	cmake --build $(BUILD) -j $(JOBS)
 
-test: check-prereqs
+test:
+	@$(PREREQS) install test
+	@$(MAKE) --no-print-directory check-prereqs
 	@test -f /usr/include/gtest/gtest.h || { echo "error: GoogleTest is missing; install it with: apt-get install libgtest-dev libgmock-dev" >&2; exit 1; }
-	@$(MAKE) --no-print-directory $(BUILD)/CMakeCache.txt
-	@# A build tree configured before GoogleTest was installed has no tests yet: configure again.
+	@$(MAKE) --no-print-directory configure
+	@# A build tree configured with the tests switched off: switch them on.
 	@test -f $(BUILD)/tests/CTestTestfile.cmake || cmake -S . -B $(BUILD) -DRTMONITOR_TESTS=ON $(CMAKE_ARGS)
 	@$(MAKE) --no-print-directory build
 	cd $(BUILD) && ctest --output-on-failure -j $(JOBS)
 
 # Only the tool and the library it links are built; GoogleTest is not needed.
-demo: check-prereqs $(BUILD)/CMakeCache.txt
+demo:
+	@$(PREREQS) install demo
+	@$(MAKE) --no-print-directory configure
 	cmake --build $(BUILD) -j $(JOBS) --target rtmonitor_cli
 	$(BUILD)/rtmonitor demo
 
@@ -43,7 +57,9 @@ asan:
 # The suite again with the thread sanitizer (build-tsan); by default only the concurrency stress
 # test is built and run (TSAN_TESTS= builds and runs every test, TSAN_TESTS="<group> ..." some).
 TSAN_TESTS ?= stress
-tsan: check-prereqs
+tsan:
+	@$(PREREQS) install core
+	@$(MAKE) --no-print-directory check-prereqs
 	@test -f /usr/include/gtest/gtest.h || { echo "error: GoogleTest is missing; install it with: apt-get install libgtest-dev libgmock-dev" >&2; exit 1; }
 	cmake -S . -B build-tsan -DRTMONITOR_BENCH=OFF -DCMAKE_CXX_FLAGS="-fsanitize=thread -g" \
 	  -DCMAKE_C_FLAGS="-fsanitize=thread -g" -DCMAKE_EXE_LINKER_FLAGS=-fsanitize=thread \
@@ -57,6 +73,7 @@ tsan: check-prereqs
 FUZZ_SECONDS ?= 60
 FUZZ_TARGETS ?=
 fuzz:
+	@$(PREREQS) install fuzz
 	@$(MAKE) --no-print-directory -C fuzz run FUZZ_SECONDS=$(FUZZ_SECONDS) FUZZ_TARGETS="$(FUZZ_TARGETS)"
 
 # Long-run soak: 24 simulated hours per device with disturbances (SOAK_HOURS, SOAK_DEVICES).

@@ -262,6 +262,7 @@ bool WfdbRecord::open(const std::string& headerName, const WfdbHeader& header, S
         channels_.push_back({s.description, s.units, header_.frameRate * s.samplesPerFrame});
     // Signals sharing a file form one group, in header order; a group must be contiguous.
     groups_.clear();
+    groupOf_.clear();
     for (size_t i = 0; i < header_.signals.size(); ++i) {
         const WfdbSignalSpec& s = header_.signals[i];
         if (groups_.empty() || groups_.back().file != s.file) {
@@ -283,12 +284,13 @@ bool WfdbRecord::open(const std::string& headerName, const WfdbHeader& header, S
         }
         groups_.back().signals.push_back(i);
         groups_.back().samplesPerFrame += static_cast<size_t>(s.samplesPerFrame);
+        groupOf_.push_back(groups_.size() - 1);
     }
     return openGroups(error);
 }
 
 bool WfdbRecord::openGroups(std::string& error) {
-    storedFrames_ = header_.frames;
+    uint64_t storedFrames = header_.frames;
     bool first = true;
     for (Group& g : groups_) {
         g.source = opener_(g.file, error);
@@ -309,8 +311,14 @@ bool WfdbRecord::openGroups(std::string& error) {
                     " bytes) but the header of " + headerName_ + " says " + std::to_string(header_.frames);
             return false;
         }
-        if (header_.frames == 0) storedFrames_ = first ? available : std::min(storedFrames_, available);
+        if (header_.frames == 0) storedFrames = first ? available : std::min(storedFrames, available);
         first = false;
+        // A skewed signal's last samples lie beyond the record's length: read them when the file
+        // holds them. (Without a stated length the record ends with the shortest file.)
+        int skew = 0;
+        for (size_t si : g.signals) skew = std::max(skew, header_.signals[si].skew);
+        g.frames = header_.frames == 0 ? available : std::min(available, header_.frames + static_cast<uint64_t>(skew));
+        g.framesRead = 0;
         if (!g.source->skip(g.byteOffset)) {
             error = g.file + ": cannot seek to byte " + std::to_string(g.byteOffset);
             return false;
@@ -325,12 +333,14 @@ bool WfdbRecord::openGroups(std::string& error) {
             for (int k = 0; k < header_.signals[si].samplesPerFrame; ++k)
                 g.last[slot++] = header_.signals[si].initialValue;
     }
-    frames_ = storedFrames_;
+    frames_ = storedFrames;
+    if (header_.frames == 0)
+        for (Group& g : groups_) g.frames = frames_;
     queues_.assign(header_.signals.size(), {});
     toDrop_.clear();
     for (const WfdbSignalSpec& s : header_.signals)
         toDrop_.push_back(static_cast<uint64_t>(s.skew) * static_cast<uint64_t>(s.samplesPerFrame));
-    storedRead_ = emitted_ = 0;
+    emitted_ = 0;
     return true;
 }
 
@@ -411,29 +421,27 @@ bool WfdbRecord::nextSample(Group& g, size_t slot, long long& value, bool& inval
     }
 }
 
-bool WfdbRecord::readStoredFrame(std::string& error) {
-    for (Group& g : groups_) {
-        size_t slot = 0;
-        for (size_t si : g.signals) {
-            const WfdbSignalSpec& s = header_.signals[si];
-            for (int k = 0; k < s.samplesPerFrame; ++k, ++slot) {
-                long long v = 0;
-                bool invalid = false;
-                if (!nextSample(g, slot, v, invalid)) {
-                    error = g.file + ": " + (g.source->failed() ? "read error" : "ends early") + " in frame " +
-                            std::to_string(storedRead_) + " of " + std::to_string(storedFrames_);
-                    return false;
-                }
-                if (toDrop_[si] > 0) {
-                    --toDrop_[si];
-                    continue;
-                }
-                queues_[si].push_back(invalid ? std::numeric_limits<double>::quiet_NaN()
-                                              : (static_cast<double>(v) - s.baseline) / s.gain);
+bool WfdbRecord::readStoredFrame(Group& g, std::string& error) {
+    size_t slot = 0;
+    for (size_t si : g.signals) {
+        const WfdbSignalSpec& s = header_.signals[si];
+        for (int k = 0; k < s.samplesPerFrame; ++k, ++slot) {
+            long long v = 0;
+            bool invalid = false;
+            if (!nextSample(g, slot, v, invalid)) {
+                error = g.file + ": " + (g.source->failed() ? "read error" : "ends early") + " in frame " +
+                        std::to_string(g.framesRead) + " of " + std::to_string(g.frames);
+                return false;
             }
+            if (toDrop_[si] > 0) {
+                --toDrop_[si];
+                continue;
+            }
+            queues_[si].push_back(invalid ? std::numeric_limits<double>::quiet_NaN()
+                                          : (static_cast<double>(v) - s.baseline) / s.gain);
         }
     }
-    ++storedRead_;
+    ++g.framesRead;
     return true;
 }
 
@@ -445,9 +453,10 @@ bool WfdbRecord::readBlock(std::vector<std::vector<double>>& blocks, std::string
     blocks.assign(header_.signals.size(), {});
     for (size_t si = 0; si < header_.signals.size(); ++si) {
         const size_t need = static_cast<size_t>(n) * static_cast<size_t>(header_.signals[si].samplesPerFrame);
-        while (queues_[si].size() < need && storedRead_ < storedFrames_)
-            if (!readStoredFrame(error)) return false;
-        // Skewed signals run out before the record ends: their last samples are unknown.
+        Group& g = groups_[groupOf_[si]];
+        while (queues_[si].size() < need && g.framesRead < g.frames)
+            if (!readStoredFrame(g, error)) return false;
+        // A skewed signal whose file ends with the record: its last samples are unknown.
         while (queues_[si].size() < need) queues_[si].push_back(std::numeric_limits<double>::quiet_NaN());
         blocks[si].assign(queues_[si].begin(), queues_[si].begin() + static_cast<long>(need));
         queues_[si].erase(queues_[si].begin(), queues_[si].begin() + static_cast<long>(need));

@@ -65,9 +65,11 @@ private:
         int pendingHigh = 0;  // format 212: the second sample of a pair
         bool havePending = false;
         std::vector<long long> last;  // format 8: running value per group sample slot
+        uint64_t frames = 0;          // stored frames to read: the record's, plus what skew moves past its end
+        uint64_t framesRead = 0;
     };
     bool openGroups(std::string& error);
-    bool readStoredFrame(std::string& error);
+    bool readStoredFrame(Group& g, std::string& error);
     bool nextByte(Group& g, unsigned char& b);
     bool nextSample(Group& g, size_t slot, long long& value, bool& invalid);
 
@@ -76,11 +78,11 @@ private:
     SourceOpener opener_;
     std::vector<ChannelInfo> channels_;
     std::vector<Group> groups_;
+    std::vector<size_t> groupOf_;             // per signal, its group
     std::vector<std::deque<double>> queues_;  // physical samples per signal, skew applied
     std::vector<uint64_t> toDrop_;            // samples still to drop for skew
     uint64_t frames_ = 0;                     // output frames in the record
-    uint64_t storedFrames_ = 0;               // frames the files hold
-    uint64_t storedRead_ = 0, emitted_ = 0;
+    uint64_t emitted_ = 0;
 };
 
 // Reads an MIT-format annotation file. `frameRate` converts annotation times to seconds unless

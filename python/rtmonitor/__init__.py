@@ -1,7 +1,9 @@
 """rtmonitor from Python: real-time vital-signs and activity analysis, one frame per second.
 
     rtmonitor.version()                 the library's version
-    rtmonitor.Device()                  one device: process(frame), save(), Device.load(snapshot)
+    rtmonitor.Device()                  one device: process(frame), save(), Device.load(snapshot);
+                                        a result answers to rtmonitor.h's names (nHeartRate) and
+                                        to process_frames' columns (heart_rate)
     rtmonitor.read_frames(path)         a frame file as a numpy array (FRAME_DTYPE), mapped, no copy
     rtmonitor.process_frames(frames)    per-frame results, the columns of `rtmonitor replay`
     rtmonitor.analyse(ecg, fs_ecg, ...) a recording in physical units, one row per second
@@ -17,7 +19,7 @@ from ._library import LibraryNotFoundError
 # Kept equal to the library's version (a test checks it).
 __version__ = "0.2.0"
 
-__all__ = ["Device", "FRAME_BYTES", "FRAME_DTYPE", "LibraryNotFoundError", "RESULT_BYTES", "RESULT_DTYPE",
+__all__ = ["Device", "FRAME_BYTES", "FRAME_DTYPE", "LibraryNotFoundError", "RESULT_BYTES", "RESULT_DTYPE", "Result",
            "analyse", "process_frames", "process_records", "read_frames", "resample_poly", "to_frames",
            "version"]
 
@@ -28,7 +30,7 @@ _LAZY = {
     "analyse": "analyse", "resample_poly": "analyse", "to_frames": "analyse",
     "Device": "device", "process_frames": "device", "process_records": "device",
     "FRAME_BYTES": "records", "FRAME_DTYPE": "records", "RESULT_BYTES": "records", "RESULT_DTYPE": "records",
-    "read_frames": "records",
+    "Result": "records", "read_frames": "records",
 }
 
 

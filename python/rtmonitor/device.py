@@ -10,7 +10,7 @@ import ctypes
 import numpy as np
 
 from . import _library
-from .records import RESULT_DTYPE, as_frame, as_frames
+from .records import RESULT_DTYPE, RESULT_RECORD_DTYPE, as_frame, as_frames
 
 _MAGIC = b"RTMSTATE"
 
@@ -34,7 +34,11 @@ class Device:
         return self._handle
 
     def process(self, frame):
-        """Analyses one frame; returns its output record (a numpy record of RESULT_DTYPE).
+        """Analyses one frame; returns its output record, a rtmonitor.Result (RESULT_DTYPE).
+
+        Its fields answer to both names: those of rtmonitor.h (result.nHeartRate) and the columns
+        of process_frames and `rtmonitor replay` (result.heart_rate, result["breath_rate"],
+        result.movement_max).
 
         frame: 1320 bytes, a record of FRAME_DTYPE, 330 integer words, or a mapping of frame
         fields (those left out are 0). Anything else raises ValueError.
@@ -42,7 +46,7 @@ class Device:
         buf = as_frame(frame)
         out = np.zeros(1, RESULT_DTYPE)
         self._lib.rtm_device_process(self._live(), buf.ctypes.data, out.ctypes.data)
-        return out.view(np.recarray)[0]
+        return out.view(RESULT_RECORD_DTYPE)[0]
 
     def save(self):
         """The complete analysis state as a snapshot (bytes), to continue with Device.load."""

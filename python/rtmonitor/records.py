@@ -42,6 +42,55 @@ RESULT_DTYPE = np.dtype([
 
 assert FRAME_DTYPE.itemsize == FRAME_BYTES and RESULT_DTYPE.itemsize == RESULT_BYTES
 
+# The names of `rtmonitor replay` (its columns and --waves groups) for the fields of RESULT_DTYPE.
+RESULT_COLUMNS = {
+    "heart_rate": "nHeartRate",
+    "heart_status": "nHeartStatus",
+    "breath_rate": "nBreathRate",
+    "breath_state": "nBreathState",
+    "posture": "nPosture",
+    "heart_wave": "nHeartWave",
+    "breath_display1": "nBreathDisplay1",
+    "breath_display0": "nBreathDisplay0",
+    "movement": "nMovement",
+}
+
+
+class Result(np.record):
+    """One output record that answers to both vocabularies of the package.
+
+    Every field is there by its rtmonitor.h name (r.nHeartRate, r["nHeartRate"]) and by the name
+    process_frames and `rtmonitor replay` give it (r.heart_rate, r["heart_rate"]; see
+    RESULT_COLUMNS), with replay's movement_mean and movement_max (mean and largest of the 25
+    movement levels) besides. The bytes are RESULT_DTYPE's: np.asarray(r).tobytes() is the record.
+    """
+
+    def __getattr__(self, name):
+        # Only reached for names that are not fields or attributes of the record itself.
+        field = RESULT_COLUMNS.get(name)
+        if field is not None:
+            return self[field]
+        if name == "movement_mean":
+            return int(self["nMovement"].sum(dtype=np.int64)) / 25.0
+        if name == "movement_max":
+            return int(self["nMovement"].max())
+        raise AttributeError(f"an rtmonitor result has no field {name!r}")
+
+    def __getitem__(self, key):
+        if isinstance(key, str) and key not in RESULT_DTYPE.names:
+            if key in RESULT_COLUMNS:
+                key = RESULT_COLUMNS[key]
+            elif key in ("movement_mean", "movement_max"):
+                return getattr(self, key)
+        return super().__getitem__(key)
+
+    def __dir__(self):
+        return sorted(set(super().__dir__()) | set(RESULT_DTYPE.names) | set(RESULT_COLUMNS)
+                      | {"movement_mean", "movement_max"})
+
+
+RESULT_RECORD_DTYPE = np.dtype((Result, RESULT_DTYPE))
+
 # What the library reads: the frame in the machine's byte order (the same as FRAME_DTYPE on
 # little-endian machines, so frame files go in without a copy there).
 NATIVE_FRAME_DTYPE = FRAME_DTYPE.newbyteorder("=")

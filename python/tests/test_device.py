@@ -91,3 +91,20 @@ def test_closed_device_refuses_work():
     device.close()
     with pytest.raises(ValueError, match="closed"):
         device.process(b"\0" * 1320)
+
+
+def test_result_answers_to_the_c_names_and_to_the_replay_columns(synthetic_frames):
+    table = rtmonitor.process_frames(synthetic_frames, dataframe=False)
+    with rtmonitor.Device() as device:
+        results = [device.process(f) for f in synthetic_frames]
+    assert any(r.heart_rate > 0 for r in results)  # the comparison below is not over zeros only
+    for row, r in zip(table, results):
+        for column in ("heart_rate", "heart_status", "breath_rate", "breath_state", "posture",
+                       "movement_mean", "movement_max"):
+            assert getattr(r, column) == r[column] == row[column], column
+        assert r.heart_rate == r.nHeartRate and r["breath_rate"] == r["nBreathRate"]
+    last = results[-1]
+    assert np.array_equal(last.heart_wave, last.nHeartWave) and np.array_equal(last["movement"], last.nMovement)
+    assert {"heart_rate", "nHeartRate", "movement_max"} <= set(dir(last))
+    with pytest.raises(AttributeError, match="heart_rat"):
+        last.heart_rat

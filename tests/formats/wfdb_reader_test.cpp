@@ -107,6 +107,37 @@ TEST(WfdbReader, OtherFormatsSamplesPerFrameSkewAndOffsetsOverSeveralFiles) {
     EXPECT_EQ(all[3], (std::vector<double>{7, 6, 9, 9}));
 }
 
+TEST(WfdbReader, SkewedSignalEndsWithTheSamplesStoredPastTheRecordLength) {
+    // A signal and its copy skewed by 2 frames, in one file and in two: the files hold the 2
+    // frames past the record's 7 that carry the skewed copy's last samples. Blocks of 3 frames.
+    const std::vector<int> signal = {10, -20, 30, -40, 50, -60, 70};
+    const auto skewed = [&](int filler) {
+        Bytes b;
+        for (int k = 0; k < 2; ++k) put16(b, filler);  // dropped: the copy starts 2 frames late
+        for (int v : signal) put16(b, v);
+        return b;
+    };
+    MemoryRecord one;
+    for (size_t n = 0; n < signal.size() + 2; ++n) {
+        put16(one.files["r.dat"], n < signal.size() ? signal[n] : 999);  // past the length: not read
+        put16(one.files["r.dat"], n < 2 ? 555 : signal[n - 2]);
+    }
+    ASSERT_TRUE(one.open("r 2 3 7\nr.dat 16 1 16 0\nr.dat 16:2 1 16 0\n")) << one.error;
+    MemoryRecord two;
+    for (int v : signal) put16(two.files["a.dat"], v);
+    two.files["b.dat"] = skewed(555);
+    ASSERT_TRUE(two.open("r 2 3 7\na.dat 16 1 16 0\nb.dat 16:2 1 16 0\n")) << two.error;
+    const std::vector<double> want(signal.begin(), signal.end());
+    for (MemoryRecord* m : {&one, &two}) {
+        const auto all = m->readAll();
+        EXPECT_EQ(all[0], want);
+        EXPECT_EQ(all[1], want);
+        std::string error;
+        ASSERT_TRUE(m->record.rewind(error)) << error;  // and again from the start
+        EXPECT_EQ(m->readAll()[1], want);
+    }
+}
+
 TEST(WfdbReader, BrokenHeadersAndFilesAreRefusedWithTheReason) {
     // Unsupported formats, missing and short signal files: the import's end-to-end refusals.
     MemoryRecord m;
