@@ -10,7 +10,7 @@ CMAKE_ARGS ?=
 PREFIX ?=
 PREREQS := scripts/prereqs
 
-.PHONY: all build configure test demo install asan tsan fuzz soak clean check-prereqs
+.PHONY: all build configure test demo install asan tsan fuzz soak clean check-prereqs station
 
 all: build
 
@@ -46,6 +46,25 @@ demo:
 	@$(MAKE) --no-print-directory configure
 	cmake --build $(BUILD) -j $(JOBS) --target rtmonitor_cli
 	$(BUILD)/rtmonitor demo
+
+# The central-station page (web/): installs its npm packages from the lock file when they are
+# missing or older than it, bundles the page into $(BUILD)/station and says how to open it.
+station:
+	@command -v npm >/dev/null 2>&1 || { echo "error: node and npm are needed; install them with: apt-get install nodejs npm" >&2; exit 1; }
+	@if [ ! -d web/node_modules ] || [ web/package-lock.json -nt web/node_modules/.package-lock.json ]; then \
+	  echo "npm ci (web/)"; cd web && npm ci --no-audit --no-fund; fi
+	@node web/build.mjs $(BUILD)/station >/dev/null
+	@echo "The station page is built: $(abspath $(BUILD))/station/index.html"
+	@echo ""
+	@echo "1. nats-server needs a WebSocket listener; add to its config (see docs/station.md):"
+	@echo ""
+	@echo "     websocket { listen: \"127.0.0.1:9222\", no_tls: true }"
+	@echo ""
+	@echo "2. Open in a browser (server defaults to ws://127.0.0.1:9222):"
+	@echo ""
+	@echo "     file://$(abspath $(BUILD))/station/index.html?server=ws://127.0.0.1:9222"
+	@echo ""
+	@echo "   or serve the folder: python3 -m http.server -d $(BUILD)/station 8080 --bind 127.0.0.1"
 
 install: build
 	cmake --install $(BUILD) $(if $(PREFIX),--prefix $(PREFIX))
