@@ -12,7 +12,7 @@ await build({
   bundle: true,
   format: "iife",
   target: "es2022",
-  minify: true,
+  minify: !process.env.RTM_STATION_DEBUG,
   sourcemap: true,
   outfile: join(out, "station.js"),
   logLevel: "warning",

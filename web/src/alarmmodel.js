@@ -133,13 +133,6 @@ function compare(a, b) {
   return (a.raised_ms ?? 0) - (b.raised_ms ?? 0);
 }
 
-// Whether a flashing alarm indicator is lit at time t: on for the first half of each period.
-export function flashOn(priority, t) {
-  const p = FLASH_MS[priority];
-  if (!p) return true;
-  return t % p < p / 2;
-}
-
 // Limits: a device key overrides the default field by field; missing fields take the built-in
 // defaults.
 export const LIMIT_FIELDS = [
@@ -161,4 +154,23 @@ export function effectiveLimits(defaults, device) {
     else out[k] = { value: BUILTIN_LIMITS[k], from: "built-in" };
   }
   return out;
+}
+
+// A short label for the alarm bar; the alarms process's full text goes on the tile and tooltip.
+export function shortLabel(a) {
+  const v = a.value;
+  const l = a.limit;
+  switch (a.alarm) {
+    case "hr_high": return `HR ${v} > ${l}`;
+    case "hr_low": return `HR ${v} < ${l}`;
+    case "br_high": return `BR ${v} > ${l}`;
+    case "br_low": return `BR ${v} < ${l}`;
+    case "apnoea": return "Apnoea";
+    case "asystole": return "No heart rate (asystole?)";
+    case "quality_poor": return "ECG signal poor";
+    case "resp_unusable": return "Resp. signal unusable";
+    case "offline": return "Device offline";
+    case "connection": return "NO SERVER CONNECTION";
+    default: return a.text ?? a.alarm;
+  }
 }

@@ -168,7 +168,7 @@ export class DeviceView {
     this.trendEl.replaceChildren();
     const width = Math.max(300, this.trendEl.clientWidth || 800);
     const mk = (title, series, opts = {}) => {
-      const p = new uPlot({ title, width, height: 130, series: [{}, ...series], axes: [{}, { size: 60, ...opts.axis }], scales: opts.scales ?? {}, legend: { show: true } },
+      const p = new uPlot({ title, width, height: opts.height ?? 130, series: [{}, ...series], axes: [{}, { size: 60, ...opts.axis }], scales: opts.scales ?? {}, legend: { show: true } },
         [xs, ...series.map((s) => s.data)], this.trendEl);
       this.plots.push(p);
     };
@@ -176,7 +176,7 @@ export class DeviceView {
     mk("Breathing rate (/min)", [{ label: "BR", stroke: "#b80", data: br }]);
     mk("Heart signal quality (% of seconds good)", [{ label: "quality", stroke: "#06c", data: q }], { scales: { y: { range: [0, 100] } } });
     mk("Posture", [{ label: "posture", stroke: "#666", data: post, paths: uPlot.paths.stepped({ align: 1 }) }],
-      { scales: { y: { range: [0, 9] } }, axis: { size: 110, splits: () => [1, 2, 3, 4, 5, 6, 7, 8, 9], values: (u, v) => v.map((x) => POSTURES[x]) } });
+      { height: 230, scales: { y: { range: [0, 9] } }, axis: { size: 110, splits: () => [1, 2, 3, 4, 5, 6, 7, 8, 9], values: (u, v) => v.map((x) => POSTURES[x]) } });
   }
 
   async disclose(startMs) {

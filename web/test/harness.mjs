@@ -88,7 +88,7 @@ mappings: {
 }
 `);
     this.nats = this.spawn("nats-server", "nats-server", ["-c", conf]);
-    await waitFor("nats-server to listen", () => /Server is ready/.test(this.nats.out), 10000);
+    await waitFor("nats-server to listen", () => /Server is ready/.test(this.nats.out), 20000);
   }
 
   async run(name, cmd, args, timeoutMs = 20000) {

@@ -2,7 +2,7 @@
 // acknowledgement, pause and connection alarm.
 import assert from "node:assert/strict";
 import { test } from "node:test";
-import { AlarmBoard, CONNECTION_DEVICE, effectiveLimits, flashOn } from "../src/alarmmodel.js";
+import { AlarmBoard, CONNECTION_DEVICE, effectiveLimits } from "../src/alarmmodel.js";
 import { decodeResult, deviceOf, frameTimeMs } from "../src/record.js";
 
 test("the result record is read word by word, little-endian, ignoring what follows it", () => {
@@ -71,12 +71,7 @@ test("the page's connection alarm is high, silenced only by the page's own pause
   assert.deepEqual(b.log.map((e) => e.event), ["raised", "cleared"]);
 });
 
-test("flash rates and limits", () => {
-  const lit = (p) => Array.from({ length: 400 }, (_, i) => flashOn(p, i * 10)); // 4 s
-  const changes = (v) => v.slice(1).filter((x, i) => x !== v[i]).length;
-  assert.equal(changes(lit("high")), 15); // 2 Hz
-  assert.ok([4, 5].includes(changes(lit("medium")))); // 0.6 Hz
-  assert.equal(changes(lit("low")), 0);
+test("limits: a device field overrides the default, a missing one takes the built-in value", () => {
   const e = effectiveLimits({ hr_high: 110, by: "x" }, { hr_high: 140, br_low: 6 });
   assert.deepEqual([e.hr_high, e.br_low.value, e.hr_low.value, e.hr_low.from], [{ value: 140, from: "device" }, 6, 50, "built-in"]);
   assert.equal(effectiveLimits({ hr_high: 110 }, null).hr_high.from, "default");
