@@ -62,14 +62,18 @@ export class Station {
     this.watchBuckets();
   }
 
+  // The client resubscribes and its bucket watchers resume by themselves after a reconnection;
+  // a connection closed for good is replaced by a new one.
   async watchStatus() {
-    for await (const s of this.nc.status()) {
-      if (s.type === "disconnect" || s.type === "reconnecting") this.on.status("disconnected", this.url);
-      else if (s.type === "reconnect") {
-        this.on.status("connected", this.url);
-        // Alarm state may have moved on while the page was away.
-        this.watchBuckets();
-      }
+    const nc = this.nc;
+    for await (const s of nc.status()) {
+      if (s.type === "disconnect" || s.type === "reconnecting" || s.type === "staleConnection")
+        this.on.status("disconnected", this.url);
+      else if (s.type === "reconnect") this.on.status("connected", this.url);
+    }
+    if (!this.stopped && this.nc === nc) {
+      this.on.status("disconnected", this.url);
+      this.start();
     }
   }
 

@@ -49,6 +49,9 @@ const station = new Station(serverUrl, {
     t.lastAt = now;
     t.lastWall = Date.now();
     t.count++;
+    // When each recent frame's result arrived, for tests and benchmarks.
+    t.arrivals.set(meta.seq, t.lastWall);
+    if (t.arrivals.size > 120) t.arrivals.delete(t.arrivals.keys().next().value);
     if (meta.frameTimeMs) latencies.push(t.lastWall - meta.frameTimeMs);
     if (latencies.length > 20000) latencies.splice(0, 10000);
     t.sweep?.push(rec.wave, now);
@@ -160,6 +163,7 @@ function makeTile(device) {
     lastAt: -Infinity,
     lastWall: 0,
     count: 0,
+    arrivals: new Map(),
     stale: true,
     q: (s) => el.querySelector(s),
   };
@@ -203,6 +207,7 @@ export const frameTimes = [];
 export const frameWork = []; // ms of script per animation frame
 export const latencies = []; // ms from the frame stored to its result reaching this page
 function frame(now) {
+  const began = performance.now();
   const dt = Math.min(250, now - lastFrame);
   frameTimes.push(now - lastFrame);
   if (frameTimes.length > 4000) frameTimes.splice(0, 2000);
@@ -222,7 +227,7 @@ function frame(now) {
     if (a.textContent !== txt) a.textContent = txt;
   }
   updatePauseButton(wall);
-  frameWork.push(performance.now() - now);
+  frameWork.push(performance.now() - began);
   if (frameWork.length > 4000) frameWork.splice(0, 2000);
   requestAnimationFrame(frame);
 }

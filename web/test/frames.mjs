@@ -90,10 +90,14 @@ export function writeFrameFile(path, devices, seconds) {
 
 // The end-to-end scenario: 16 devices, four of them in trouble.
 export const SCENARIO = {
-  seconds: 45,
-  limitDevice: 3, // heart rate 80, then 150 from 14 s (default upper limit 120)
-  flatDevice: 5, // ECG flat from 16 s to 26 s, breathing goes on
-  offlineDevice: 9, // stops sending after 16 s
+  seconds: 38,
+  limitDevice: 3, // heart rate 80, then 150 from stepAt (default upper limit 120)
+  stepAt: 12,
+  flatDevice: 5, // ECG flat from flatFrom to flatUntil, breathing goes on
+  flatFrom: 14,
+  flatUntil: 22,
+  offlineDevice: 9, // sends frames 1..stopAfter, then nothing
+  stopAfter: 14,
   poorDevice: 12, // heavy noise on the ECG throughout
 };
 
@@ -105,9 +109,9 @@ export function scenarioDevices() {
     // flag reads as noise (see docs/reference.md), and would raise poor-signal alarms.
     const base = 60 + (id % 8) * 2;
     const d = { id, hr: () => base, br: () => 12 + (id % 6) };
-    if (id === s.limitDevice) d.hr = (t) => (t < 14 ? 80 : 150);
-    if (id === s.flatDevice) Object.assign(d, { flatFrom: 16, flatUntil: 26 });
-    if (id === s.offlineDevice) d.stopAt = 16;
+    if (id === s.limitDevice) d.hr = (t) => (t < s.stepAt ? 80 : 150);
+    if (id === s.flatDevice) Object.assign(d, { flatFrom: s.flatFrom, flatUntil: s.flatUntil });
+    if (id === s.offlineDevice) d.stopAt = s.stopAfter;
     if (id === s.poorDevice) d.noise = 0.6;
     devs.push(d);
   }
