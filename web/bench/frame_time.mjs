@@ -2,6 +2,7 @@
 // frame stored (Rtm-Frame-Time) to its tile updated, in headless Chromium against a private
 // nats-server, one worker and 64 synthetic devices sent in real time.
 //   node bench/frame_time.mjs [--seconds S] [--devices N]
+import { loadavg } from "node:os";
 import { join } from "node:path";
 import { World, buildPage, missing, sleep } from "../test/harness.mjs";
 import { writeFrameFile } from "../test/frames.mjs";
@@ -54,6 +55,7 @@ try {
   console.log(`tiles live: ${sweeping} of ${devices}`);
   console.log(`frame time: median ${pct(frames, 0.5).toFixed(1)} ms, p95 ${pct(frames, 0.95).toFixed(1)} ms, p99 ${pct(frames, 0.99).toFixed(1)} ms (${fps.toFixed(1)} frames/s over ${frames.length} frames)`);
   console.log(`script per frame: median ${pct(work, 0.5).toFixed(2)} ms, p95 ${pct(work, 0.95).toFixed(2)} ms`);
+  console.log(`load average: ${loadavg().map((x) => x.toFixed(1)).join(" ")}`);
   console.log(`frame stored -> tile updated: median ${pct(lat, 0.5).toFixed(1)} ms, p95 ${pct(lat, 0.95).toFixed(1)} ms, p99 ${pct(lat, 0.99).toFixed(1)} ms (${lat.length} results)`);
 } finally {
   await w.stop();
