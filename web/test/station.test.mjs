@@ -21,10 +21,11 @@ const EXPECT = {
 };
 const SLACK_MS = 2000;
 
-describe("station page", { skip: why ? why : false, timeout: 120000 }, () => {
+describe("station page", { skip: why ? why : false, timeout: 240000 }, () => {
   const w = new World();
   const results = []; // what the results stream carried, as `rtmonitor subscribe` saw it
   let pageA, pageB, alarms, t0;
+  let publishEnded = Infinity;
   const seen = new Map(); // "alarm@device" -> {at, priority} first shown on page A
 
   before(async () => {
@@ -44,7 +45,8 @@ describe("station page", { skip: why ? why : false, timeout: 120000 }, () => {
       (await pageA.evaluate(() => rtmStation.connState())) === "connected" &&
       (await pageB.evaluate(() => rtmStation.connState())) === "connected", 10000);
     t0 = Date.now();
-    w.publish(file);
+    const pub = w.publish(file);
+    pub.exited.then(() => (publishEnded = Date.now()));
     // Watch page A's alarms from the start, so each one's first appearance is timed.
     (async () => {
       while (Date.now() - t0 < (SCENARIO.seconds + 15) * 1000 && !w.stopping) {
@@ -104,6 +106,24 @@ describe("station page", { skip: why ? why : false, timeout: 120000 }, () => {
     assert.deepEqual(stale, [dev]);
   });
 
+  test("a limit changed on one page reaches the alarms process and names who changed it", async (t) => {
+    const dev = 2; // runs at 64/min
+    await pageB.click(`.tile[data-device="${dev}"]`);
+    await pageB.fill('#device input[name="hr_low"]', "70");
+    await pageB.click("#device button.save-limits");
+    const savedAt = Date.now();
+    await waitFor("the limit's author on the page", async () =>
+      /This device's limits last changed by nurse-b/.test(await pageB.$eval("#device .limit-who", (e) => e.textContent)), 5000);
+    const from = await pageB.$eval('#device input[name="hr_low"]', (e) => e.closest("tr").lastChild.textContent);
+    assert.equal(from, "this device");
+    await pageB.click("#device button.close");
+    if (!alarms) return t.skip("build/rtmonitor-alarms is not built");
+    await waitFor("hr_low on device 2", () => seen.has(`hr_low@${dev}`), 15000);
+    assert.equal(seen.get(`hr_low@${dev}`).priority, "medium");
+    const late = seen.get(`hr_low@${dev}`).at - savedAt;
+    assert.ok(late <= 5000 + 2 * SLACK_MS, `hr_low shown ${late} ms after the limit was saved`);
+  });
+
   test("each alarm appears with its priority within its delay plus 2 s", { skip: false }, async (t) => {
     if (!alarms) return t.skip("build/rtmonitor-alarms is not built");
     for (const [alarm, e] of Object.entries(EXPECT))
@@ -140,8 +160,10 @@ describe("station page", { skip: why ? why : false, timeout: 120000 }, () => {
       assert.ok(late <= e.delayS * 1000 + SLACK_MS, `${k} shown ${late} ms after its condition began (delay ${e.delayS} s)`);
     }
     // Nothing else on the healthy devices.
-    const others = [...seen.keys()].filter((k) => !Object.entries(EXPECT).some(([a, e]) => k === `${a}@${e.device}`));
-    const healthy = others.filter((k) => ![3, 5, 9, 12].includes(Number(k.split("@")[1])));
+    // (Once the publisher is done every device goes offline, rightly.)
+    const others = [...seen.keys()].filter((k) => seen.get(k).at < publishEnded &&
+      !Object.entries(EXPECT).some(([a, e]) => k === `${a}@${e.device}`));
+    const healthy = others.filter((k) => ![2, 3, 5, 9, 12].includes(Number(k.split("@")[1])));
     assert.deepEqual(healthy, [], "alarms on devices with nothing wrong");
 
     // Flash: high 2 Hz, medium 0.6 Hz (a CSS animation per indicator), low steady.
