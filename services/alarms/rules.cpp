@@ -17,13 +17,18 @@ struct Spec {
 };
 
 // Priorities: asystole and apnoea are life-threatening (high; asystole also latches so that a
-// short one is not missed); limit alarms medium; a device that stopped sending is monitored by
-// nothing at all (medium); the signal-quality alarms low and never latching.
+// short one is not missed); limit alarms medium. Technical alarms never latch: a device that
+// stopped sending is monitored by nothing at all, and a still respiration channel may be a stop of
+// breathing that the library cannot tell from a lost sensor (medium); a noisy ECG is low.
 constexpr Spec kSpecs[kAlarmCount] = {
-    {"hr_high", Priority::Medium, Kind::Physiological, false}, {"hr_low", Priority::Medium, Kind::Physiological, false},
-    {"br_high", Priority::Medium, Kind::Physiological, false}, {"br_low", Priority::Medium, Kind::Physiological, false},
-    {"apnoea", Priority::High, Kind::Physiological, false},    {"asystole", Priority::High, Kind::Physiological, true},
-    {"quality_poor", Priority::Low, Kind::Technical, false},   {"resp_unusable", Priority::Low, Kind::Technical, false},
+    {"hr_high", Priority::Medium, Kind::Physiological, false},
+    {"hr_low", Priority::Medium, Kind::Physiological, false},
+    {"br_high", Priority::Medium, Kind::Physiological, false},
+    {"br_low", Priority::Medium, Kind::Physiological, false},
+    {"apnoea", Priority::High, Kind::Physiological, false},
+    {"asystole", Priority::High, Kind::Physiological, true},
+    {"quality_poor", Priority::Low, Kind::Technical, false},
+    {"resp_unusable", Priority::Medium, Kind::Technical, false},
     {"offline", Priority::Medium, Kind::Technical, false},
 };
 

@@ -155,7 +155,8 @@ TEST(AlarmRules, ApnoeaRespirationAndQualityAlarmsJudgeTheirWindows) {
     ev = d.feed(vitals(80, 0, 1, 2));
     ASSERT_EQ(names(ev), Names{"raised resp_unusable"});
     EXPECT_EQ(ev[0].alarm.kind, Kind::Technical);
-    EXPECT_EQ(ev[0].alarm.priority, Priority::Low);
+    EXPECT_EQ(ev[0].alarm.priority, Priority::Medium);
+    EXPECT_FALSE(ev[0].alarm.latching);
     EXPECT_EQ(names(d.feed(vitals(80, 14, 1, 1))), (Names{"cleared apnoea", "cleared resp_unusable"}));
 
     // Quality: half of the last quality_s results noisy raises it, under a quarter clears it.
@@ -165,6 +166,7 @@ TEST(AlarmRules, ApnoeaRespirationAndQualityAlarmsJudgeTheirWindows) {
     }
     ev = d.feed(vitals(80, 14, 0));  // 5 noisy of the last 10
     ASSERT_EQ(names(ev), Names{"raised quality_poor"});
+    EXPECT_EQ(ev[0].alarm.priority, Priority::Low);
     EXPECT_EQ(ev[0].alarm.text, "ECG noisy in 5 of the last 10 s: heart rate unreliable");
     EXPECT_TRUE(d.feed(vitals(80, 14, 1), 5).empty()) << "3 of the last 10 still noisy";
     EXPECT_EQ(names(d.feed(vitals(80, 14, 1))), Names{"cleared quality_poor"});
