@@ -30,7 +30,18 @@ Broker::~Broker() {
 
 bool Broker::connect(const std::string& url, const std::string& name) {
     natsStatus s = natsOptions_Create(&opts_);
-    if (s == NATS_OK) s = natsOptions_SetURL(opts_, url.c_str());
+    // "URL,URL,...": the servers of a cluster; the client takes such a list only as an array.
+    std::vector<std::string> urls;
+    for (size_t from = 0;;) {
+        const size_t comma = url.find(',', from);
+        urls.push_back(url.substr(from, comma == std::string::npos ? std::string::npos : comma - from));
+        if (comma == std::string::npos) break;
+        from = comma + 1;
+    }
+    std::vector<const char*> servers;
+    for (const std::string& u : urls) servers.push_back(u.c_str());
+    if (s == NATS_OK && servers.size() == 1) s = natsOptions_SetURL(opts_, url.c_str());
+    else if (s == NATS_OK) s = natsOptions_SetServers(opts_, servers.data(), static_cast<int>(servers.size()));
     if (s == NATS_OK) s = natsOptions_SetName(opts_, name.c_str());
     if (s == NATS_OK) s = natsOptions_SetTimeout(opts_, 3000);
     if (s == NATS_OK) s = natsOptions_SetMaxReconnect(opts_, -1);

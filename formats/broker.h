@@ -23,7 +23,8 @@ public:
     Broker& operator=(const Broker&) = delete;
 
     // False with error() set when the server cannot be reached within a few seconds. Once
-    // connected, the connection is retried for ever when the server goes away.
+    // connected, the connection is retried for ever when the server goes away. `url` may list
+    // the servers of a cluster separated by commas.
     bool connect(const std::string& url, const std::string& name);
 
     // Creates (or checks) the frames and results streams and the two buckets, and records the
