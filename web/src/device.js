@@ -3,7 +3,7 @@
 import uPlot from "uplot";
 import { LIMIT_FIELDS, effectiveLimits, isAcknowledged } from "./alarmmodel.js";
 import { breathStateName, postureName, POSTURES, ECG_HZ } from "./record.js";
-import { drawStrip } from "./sweep.js";
+import { drawStrip, PX_PER_MM } from "./sweep.js";
 
 const ROWS = 6; // full-disclosure rows of ROW_S seconds each
 const ROW_S = 10;
@@ -31,12 +31,19 @@ const toLocalInput = (ms) => {
 export async function readEcg(station, device, startMs, seconds) {
   const samples = new Array(seconds * ECG_HZ).fill(null);
   let got = 0;
+  let prev = null; // the last result's frame number and first sample index
   await station.readResults(device, startMs - 1000, {
     endMs: startMs + seconds * 1000,
     max: seconds + 10,
     onResult(rec, meta) {
-      // Each result covers the second before its frame was stored.
-      const first = Math.round(((meta.frameTimeMs - 1000 - startMs) / 1000) * ECG_HZ);
+      // Each result covers the second before its frame was stored. The store times jitter with
+      // the network, so a result that follows its predecessor's frame goes right after it; only
+      // a gap in the frame numbers places a result by its time.
+      const first =
+        prev && meta.seq === prev.seq + 1
+          ? prev.first + 200
+          : Math.round(((meta.frameTimeMs - 1000 - startMs) / 1000) * ECG_HZ);
+      prev = { seq: meta.seq, first };
       for (let i = 0; i < 200; i++) {
         const k = first + i;
         if (k >= 0 && k < samples.length) samples[k] = rec.wave[i];
@@ -176,7 +183,7 @@ export class DeviceView {
     mk("Breathing rate (/min)", [{ label: "BR", stroke: "#b80", data: br }]);
     mk("Heart signal quality (% of seconds good)", [{ label: "quality", stroke: "#06c", data: q }], { scales: { y: { range: [0, 100] } } });
     mk("Posture", [{ label: "posture", stroke: "#666", data: post, paths: uPlot.paths.stepped({ align: 1 }) }],
-      { height: 230, scales: { y: { range: [0, 9] } }, axis: { size: 110, splits: () => [1, 2, 3, 4, 5, 6, 7, 8, 9], values: (u, v) => v.map((x) => POSTURES[x]) } });
+      { height: 230, scales: { y: { range: [0, 9] } }, axis: { size: 140, splits: () => [1, 2, 3, 4, 5, 6, 7, 8, 9], values: (u, v) => v.map((x) => POSTURES[x]) } });
   }
 
   async disclose(startMs) {
@@ -192,7 +199,8 @@ export class DeviceView {
     this.fdEl.dataset.start = startMs;
     this.fdEl.dataset.results = got;
     for (let r = 0; r < ROWS; r++) {
-      const c = h("canvas", { class: "strip" });
+      // A row is exactly its seconds long at 25 mm/s, so the rows line up in time.
+      const c = h("canvas", { class: "strip", style: `width:${ROW_S * 25 * PX_PER_MM}px` });
       this.fdEl.append(h("div", { class: "label" }, fmtTime(startMs + r * ROW_S * 1000)), c);
       drawStrip(c, samples.slice(r * ROW_S * ECG_HZ, (r + 1) * ROW_S * ECG_HZ));
     }
@@ -207,7 +215,7 @@ export class DeviceView {
     if (!raised.length) this.stripsEl.textContent = "No alarms logged for this device in the last hour.";
     for (const ev of raised.reverse()) {
       const at = ev.raised_ms ?? ev.at_ms;
-      const c = h("canvas", { class: "strip" });
+      const c = h("canvas", { class: "strip", style: `width:${STRIP_S * 25 * PX_PER_MM}px` });
       const box = h("div", { class: "alarmstrip" }, h("div", { class: "label" }, `${fmtTime(at)} ${ev.priority ?? ""} ${ev.text ?? ev.alarm}`), c);
       this.stripsEl.append(box);
       const { samples, got } = await readEcg(this.station, device, at - STRIP_BEFORE_S * 1000, STRIP_S);

@@ -225,6 +225,8 @@ describe("station page", { skip: why ? why : false, timeout: 240000 }, () => {
       return n;
     });
     assert.ok(ink > 500, `the first strip has ${ink} trace pixels`);
+    await pageB.$eval("#device .stripgrid", (e) => e.scrollIntoView({ block: "center" }));
+    await pageB.screenshot({ path: join(w.shotDir(), "disclosure.png") });
     // One minute further back there is nothing stored.
     await pageB.click("#device button.back-min");
     await waitFor("an empty stretch before the run", async () => {
