@@ -78,6 +78,19 @@ bool parseNumber(const std::string& text, double lo, double hi, double& value) {
     return true;
 }
 
+bool numberOption(const ParsedArgs& p, const char* name, double lo, double hi, bool whole, double& value,
+                  std::string& error) {
+    if (!p.values.count(name)) return true;
+    const std::string text = p.value(name);
+    double v = 0;
+    if (!parseNumber(text, lo, hi, v) || (whole && v != static_cast<double>(static_cast<long long>(v)))) {
+        error = "bad value '" + text + "' for " + name;
+        return false;
+    }
+    value = v;
+    return true;
+}
+
 ParseOutcome parseCommandLine(const OptionTable& table, const std::vector<std::string>& args, ParsedArgs& out,
                               std::string& error) {
     if (!parseArgs(args, table.valued, table.flags, out, error)) return ParseOutcome::UsageError;

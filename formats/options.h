@@ -37,6 +37,11 @@ bool parseInteger(const std::string& text, long long lo, long long hi, long long
 // A decimal number in [lo, hi]; false for anything else (trailing text, NaN included).
 bool parseNumber(const std::string& text, double lo, double hi, double& value);
 
+// Reads a numeric option into `value` when it was given; false with `error` set when it is not a
+// number in [lo, hi] (or not whole where `whole` asks for it).
+bool numberOption(const ParsedArgs& p, const char* name, double lo, double hi, bool whole, double& value,
+                  std::string& error);
+
 // A program's (or command's) option table: which options take values, which are flags, and how
 // many positional arguments it takes, with the messages for too few and too many.
 struct OptionTable {

@@ -51,21 +51,6 @@ int usage(const std::string& error) {
 const rtmfmt::OptionTable kOptions = {{"--server", "--name", "--log-every", "--offline-after", "--replicas"},
                                       {"--setup"}};
 
-// Reads one numeric option into `value` when given; false with `error` set when it is not a
-// number in [lo, hi] (or not whole where `whole` asks for it).
-bool numberOption(const rtmfmt::ParsedArgs& p, const char* name, double lo, double hi, bool whole, double& value,
-                  std::string& error) {
-    if (!p.values.count(name)) return true;
-    const std::string text = p.value(name);
-    double v = 0;
-    if (!rtmfmt::parseNumber(text, lo, hi, v) || (whole && v != static_cast<double>(static_cast<long long>(v)))) {
-        error = "bad value '" + text + "' for " + name;
-        return false;
-    }
-    value = v;
-    return true;
-}
-
 int alarms(int argc, char** argv) {
     rtmfmt::ParsedArgs p;
     std::string error;
@@ -79,9 +64,9 @@ int alarms(int argc, char** argv) {
     opt.name = p.value("--name", "alarms");
     const bool setup = p.has("--setup");
     double replicas = 1, offline = 10;
-    if (!numberOption(p, "--log-every", 0.1, 86400, false, opt.logEvery, error) ||
-        !numberOption(p, "--offline-after", 0.5, 3600, false, offline, error) ||
-        !numberOption(p, "--replicas", 1, 5, true, replicas, error))
+    if (!rtmfmt::numberOption(p, "--log-every", 0.1, 86400, false, opt.logEvery, error) ||
+        !rtmfmt::numberOption(p, "--offline-after", 0.5, 3600, false, offline, error) ||
+        !rtmfmt::numberOption(p, "--replicas", 1, 5, true, replicas, error))
         return usage(error);
     if (opt.name.empty()) return usage("--name must not be empty");
     for (char& c : opt.name)

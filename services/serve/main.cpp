@@ -55,21 +55,6 @@ const rtmfmt::OptionTable kOptions = {{"--server", "--name", "--snapshot-every",
                                        "--batch", "--partitions", "--duplicate-window"},
                                       {"--setup", "--json"}};
 
-// Reads one numeric option into `value` when given; false with `error` set when it is not a
-// number in [lo, hi] (or not whole where `whole` asks for it).
-bool numberOption(const rtmfmt::ParsedArgs& p, const char* name, double lo, double hi, bool whole, double& value,
-                  std::string& error) {
-    if (!p.values.count(name)) return true;
-    const std::string text = p.value(name);
-    double v = 0;
-    if (!rtmfmt::parseNumber(text, lo, hi, v) || (whole && v != static_cast<double>(static_cast<long long>(v)))) {
-        error = "bad value '" + text + "' for " + name;
-        return false;
-    }
-    value = v;
-    return true;
-}
-
 int serve(int argc, char** argv) {
     rtmfmt::ParsedArgs p;
     std::string error;
@@ -84,12 +69,12 @@ int serve(int argc, char** argv) {
     opt.json = p.has("--json");
     const bool setup = p.has("--setup");
     double partitions = 64, window = 120, batch = 256;
-    if (!numberOption(p, "--snapshot-every", 0.05, 86400, false, opt.snapshotEvery, error) ||
-        !numberOption(p, "--lease-ttl", 0.3, 3600, false, opt.leaseTtl, error) ||
-        !numberOption(p, "--log-every", 0.1, 86400, false, opt.logEvery, error) ||
-        !numberOption(p, "--batch", 1, 4096, true, batch, error) ||
-        !numberOption(p, "--partitions", 1, rtmfmt::kMaxPartitions, true, partitions, error) ||
-        !numberOption(p, "--duplicate-window", 1, 86400, false, window, error))
+    if (!rtmfmt::numberOption(p, "--snapshot-every", 0.05, 86400, false, opt.snapshotEvery, error) ||
+        !rtmfmt::numberOption(p, "--lease-ttl", 0.3, 3600, false, opt.leaseTtl, error) ||
+        !rtmfmt::numberOption(p, "--log-every", 0.1, 86400, false, opt.logEvery, error) ||
+        !rtmfmt::numberOption(p, "--batch", 1, 4096, true, batch, error) ||
+        !rtmfmt::numberOption(p, "--partitions", 1, rtmfmt::kMaxPartitions, true, partitions, error) ||
+        !rtmfmt::numberOption(p, "--duplicate-window", 1, 86400, false, window, error))
         return usage(error);
     opt.batch = static_cast<int>(batch);
     if (opt.name.empty()) {
