@@ -16,7 +16,8 @@
 
 namespace rtmtool {
 
-const char* const kReportSeries[6] = {"heart-rate", "breath-rate", "ecg", "respiration", "posture", "movement"};
+const char* const kReportSeries[7] = {"heart-rate", "breath-rate", "ecg",         "respiration",
+                                      "posture",    "movement",    "rr-tachogram"};
 
 namespace {
 
@@ -374,7 +375,7 @@ constexpr double kPxPerMm = (kWidth - kLeft - kRight) / (kEcgRowSeconds * 25.0);
 double toMv(int32_t counts) { return (counts - kEcgZero) / kCountsPerMv; }
 
 std::string ecgPlot(int32_t device, const std::vector<double>& input, const std::vector<double>& display, double s0,
-                    double seconds, bool anyDisplay) {
+                    double seconds, bool anyDisplay, const std::vector<double>& beats) {
     // Rows span the stretch's range rounded out to 0.5 mV, at least 2 mV, at most 6 mV (clipped).
     double lo = 0, hi = 0;
     for (const std::vector<double>* v : {&input, &display})
@@ -437,7 +438,17 @@ std::string ecgPlot(int32_t device, const std::vector<double>& input, const std:
         };
         trace(input, 0, kBlack, 1.1);
         if (anyDisplay) trace(display, delay, kBlue, 1.1);
+        // Confirmed beats: a mark above the row at each R peak the library reported.
+        for (double t : beats) {
+            if (t < t0 - 1e-9 || t > t0 + kEcgRowSeconds + 1e-9 || t >= s0 + seconds) continue;
+            o << "<path class=\"beat\" d=\"M" << fmt(px(t)) << ' ' << fmt(top + 9) << " l-4 -7 h8 z\" fill=\""
+              << kVermillion << "\"/>\n";
+        }
     }
+    if (!beats.empty())
+        o << "<path d=\"M" << fmt(kWidth - kRight - 200) << " 19 l-4 -7 h8 z\" fill=\"" << kVermillion
+          << "\"/><text x=\"" << fmt(kWidth - kRight - 192)
+          << "\" y=\"18\" class=\"l\">beat confirmed by the library</text>\n";
     if (!anyDisplay)
         o << "<text x=\"" << kWidth - kRight << "\" y=\"18\" class=\"n\" text-anchor=\"end\">the library wrote no "
           << "display waveform here</text>\n";
@@ -516,6 +527,15 @@ void Report::add(size_t device, const ParamsIn& in, const ParamsOut& out, const 
             ++d.stretchFirst;
         }
         if (second + 1 == static_cast<size_t>(stretchStart_ + kStretchSeconds)) d.frozen = true;
+    }
+}
+
+void Report::addBeats(size_t device, const std::vector<rtm_beat>& beats) {
+    if (device >= devices_.size()) return;
+    Device& d = devices_[device];
+    for (const rtm_beat& b : beats) {
+        d.beatTimes.push_back(static_cast<double>(b.sample) / 200.0);
+        d.beatRr.push_back(b.rr_ms);
     }
 }
 
@@ -600,7 +620,25 @@ std::string Report::deviceSection(const Device& d) const {
                 disp.push_back(toMv(d.stretch[f].ecgOut[static_cast<size_t>(i)]));
                 anyOut = anyOut || d.stretch[f].ecgOut[static_cast<size_t>(i)] != 0;
             }
-        o << ecgPlot(d.id, in, disp, s0, std::max<double>(1.0, static_cast<double>(frames)), anyOut);
+        o << ecgPlot(d.id, in, disp, s0, std::max<double>(1.0, static_cast<double>(frames)), anyOut, d.beatTimes);
+    }
+    if (!d.beatTimes.empty()) {
+        // RR tachogram: the reported RR interval of each beat, averaged per second of R peaks.
+        Series rr{"RR interval of the confirmed beats", kVermillion, std::vector<double>(n, kNaN), 0, 1, false, 1.4};
+        std::vector<int> count(n, 0);
+        for (size_t k = 0; k < d.beatTimes.size(); ++k) {
+            const double t = d.beatTimes[k];
+            if (!(t >= 0) || t >= duration) continue;
+            const size_t sec = static_cast<size_t>(t);
+            rr.y[sec] = (count[sec] == 0 ? 0 : rr.y[sec] * count[sec]) + d.beatRr[k];
+            rr.y[sec] /= ++count[sec];
+        }
+        Plot p("rr-tachogram", d.id, "RR tachogram (ms): the confirmed beats' RR intervals", "time (s)", 220);
+        p.xRange(0, std::max(1.0, duration));
+        p.emptyYRange(0, 2000);
+        p.leastSpan(200, 100);
+        p.add(rr);
+        o << p.svg();
     }
     {
         Series c1{"channel 1 display", kBlue, {}, s0, 1.0 / 25, false, 1.6};
