@@ -374,6 +374,18 @@ constexpr double kPxPerMm = (kWidth - kLeft - kRight) / (kEcgRowSeconds * 25.0);
 
 double toMv(int32_t counts) { return (counts - kEcgZero) / kCountsPerMv; }
 
+// A mark above an ECG row at each confirmed R peak in [from, to].
+template <class Px>
+std::string beatMarks(const std::vector<double>& beats, double from, double to, double top, Px px) {
+    std::ostringstream o;
+    for (double t : beats) {
+        if (t < from - 1e-9 || t > to + 1e-9) continue;
+        o << "<path class=\"beat\" d=\"M" << fmt(px(t)) << ' ' << fmt(top + 9) << " l-4 -7 h8 z\" fill=\""
+          << kVermillion << "\"/>\n";
+    }
+    return o.str();
+}
+
 std::string ecgPlot(int32_t device, const std::vector<double>& input, const std::vector<double>& display, double s0,
                     double seconds, bool anyDisplay, const std::vector<double>& beats) {
     // Rows span the stretch's range rounded out to 0.5 mV, at least 2 mV, at most 6 mV (clipped).
@@ -438,12 +450,7 @@ std::string ecgPlot(int32_t device, const std::vector<double>& input, const std:
         };
         trace(input, 0, kBlack, 1.1);
         if (anyDisplay) trace(display, delay, kBlue, 1.1);
-        // Confirmed beats: a mark above the row at each R peak the library reported.
-        for (double t : beats) {
-            if (t < t0 - 1e-9 || t > t0 + kEcgRowSeconds + 1e-9 || t >= s0 + seconds) continue;
-            o << "<path class=\"beat\" d=\"M" << fmt(px(t)) << ' ' << fmt(top + 9) << " l-4 -7 h8 z\" fill=\""
-              << kVermillion << "\"/>\n";
-        }
+        o << beatMarks(beats, t0, std::min(t0 + kEcgRowSeconds, s0 + seconds), top, px);
     }
     if (!beats.empty())
         o << "<path d=\"M" << fmt(kWidth - kRight - 200) << " 19 l-4 -7 h8 z\" fill=\"" << kVermillion
@@ -454,6 +461,25 @@ std::string ecgPlot(int32_t device, const std::vector<double>& input, const std:
           << "display waveform here</text>\n";
     o << "</svg>\n";
     return o.str();
+}
+
+// RR tachogram: the reported RR interval of each beat, averaged per second of R peaks.
+std::string rrTachogram(int32_t device, const std::vector<double>& times, const std::vector<double>& rrMs,
+                        size_t seconds) {
+    Series rr{"RR interval of the confirmed beats", kVermillion, std::vector<double>(seconds, kNaN), 0, 1, false, 1.4};
+    std::vector<int> count(seconds, 0);
+    for (size_t k = 0; k < times.size(); ++k) {
+        if (!(times[k] >= 0) || times[k] >= static_cast<double>(seconds)) continue;
+        const size_t sec = static_cast<size_t>(times[k]);
+        rr.y[sec] = (count[sec] == 0 ? 0 : rr.y[sec] * count[sec]) + rrMs[k];
+        rr.y[sec] /= ++count[sec];
+    }
+    Plot p("rr-tachogram", device, "RR tachogram (ms): the confirmed beats' RR intervals", "time (s)", 220);
+    p.xRange(0, std::max(1.0, static_cast<double>(seconds)));
+    p.emptyYRange(0, 2000);
+    p.leastSpan(200, 100);
+    p.add(rr);
+    return p.svg();
 }
 
 std::vector<double> rateSeries(const std::vector<int32_t>& v) {
@@ -622,24 +648,7 @@ std::string Report::deviceSection(const Device& d) const {
             }
         o << ecgPlot(d.id, in, disp, s0, std::max<double>(1.0, static_cast<double>(frames)), anyOut, d.beatTimes);
     }
-    if (!d.beatTimes.empty()) {
-        // RR tachogram: the reported RR interval of each beat, averaged per second of R peaks.
-        Series rr{"RR interval of the confirmed beats", kVermillion, std::vector<double>(n, kNaN), 0, 1, false, 1.4};
-        std::vector<int> count(n, 0);
-        for (size_t k = 0; k < d.beatTimes.size(); ++k) {
-            const double t = d.beatTimes[k];
-            if (!(t >= 0) || t >= duration) continue;
-            const size_t sec = static_cast<size_t>(t);
-            rr.y[sec] = (count[sec] == 0 ? 0 : rr.y[sec] * count[sec]) + d.beatRr[k];
-            rr.y[sec] /= ++count[sec];
-        }
-        Plot p("rr-tachogram", d.id, "RR tachogram (ms): the confirmed beats' RR intervals", "time (s)", 220);
-        p.xRange(0, std::max(1.0, duration));
-        p.emptyYRange(0, 2000);
-        p.leastSpan(200, 100);
-        p.add(rr);
-        o << p.svg();
-    }
+    if (!d.beatTimes.empty()) o << rrTachogram(d.id, d.beatTimes, d.beatRr, n);
     {
         Series c1{"channel 1 display", kBlue, {}, s0, 1.0 / 25, false, 1.6};
         Series c0{"channel 0 display", kOrange, {}, s0, 1.0 / 25, true, 1.4};
