@@ -5,7 +5,9 @@
 //   2+ a real snapshot's state with fuzzed members and bytes, re-sealed with a valid header and
 //      checksum: the range checks must refuse whatever would take an analyser outside its
 //      arrays; a state they accept is then run for a few frames under the sanitizers.
-// A refused load must leave the handle's state byte for byte as it was.
+// A refused load must leave the handle's state byte for byte as it was. The beats call runs after
+// every load and every frame: a loaded handle reports the saved frame's beats, and whatever a
+// forged state makes of the analyser's rings, the beats stay within their bound.
 //
 // Edit grammar (kinds 1, 2+), repeated while bytes remain:
 //   op byte: op & 1 -> member edit: member = kMembers[u8 % count], value s32 (or s64/float)
@@ -34,6 +36,9 @@ struct Member {
 
 #define RTM_MEMBER(cls, sub, field, w) \
     { offsetof(UserDataStruct, sub) + offsetof(cls, field), Width::w }
+// The beat log follows the device record in the payload.
+#define RTM_LOG_MEMBER(field, w) \
+    { sizeof(UserDataStruct) + offsetof(rtm::BeatLog, field), Width::w }
 
 // Positions, counts, sums, flags and rates: the members a forger would aim at first.
 const Member kMembers[] = {
@@ -105,9 +110,19 @@ const Member kMembers[] = {
     RTM_MEMBER(CBeatMeasure, cBeatMeasure, nEnergyRingPos, I32),
     RTM_MEMBER(CBeatMeasure, cBeatMeasure, nEnergyWindowPos, I32),
     RTM_MEMBER(CBeatMeasure, cBeatMeasure, nEnergyLearnCount, I32),
+    RTM_MEMBER(CBeatMeasure, cBeatMeasure, nBeatRingStarted, Bool),
+    RTM_LOG_MEMBER(frames, I64),
+    RTM_LOG_MEMBER(candidateSample, I64),
+    RTM_LOG_MEMBER(writeFrame, I64),
+    RTM_LOG_MEMBER(writeEnd, I32),
+    RTM_LOG_MEMBER(writes, I32),
+    RTM_LOG_MEMBER(writePos, I32),
+    RTM_LOG_MEMBER(count, I32),
+    RTM_LOG_MEMBER(beats, I64),
 };
 
 #undef RTM_MEMBER
+#undef RTM_LOG_MEMBER
 
 constexpr std::size_t kMemberCount = sizeof kMembers / sizeof kMembers[0];
 
@@ -173,6 +188,15 @@ void applyEdits(ByteReader& in, unsigned char* bytes, std::size_t size, std::siz
     std::abort();
 }
 
+// The beats call with a buffer one short of the bound, so a count above it is seen copied short.
+std::size_t checkedBeats(const rtm_device* dev) {
+    rtm_beat beats[RTM_BEATS_MAX];
+    const std::size_t n = rtm_device_beats(dev, beats, RTM_BEATS_MAX - 1);
+    if (n > RTM_BEATS_MAX) fail("more beats than the bound");
+    if (rtm_device_beats(dev, nullptr, 0) != n) fail("the count depends on the buffer");
+    return n;
+}
+
 }  // namespace rtm_fuzz_device_load
 
 #ifndef RTM_FUZZ_NO_ENTRY
@@ -210,13 +234,13 @@ RTM_FUZZ_TARGET(rtmFuzzDeviceLoad) {
         mustRefuse = buf != snap;
     } else {
         // Forge: edit the state itself, then seal it with this build's header and checksum.
-        std::unique_ptr<UserDataStruct> scratch(new UserDataStruct());
-        std::memcpy(static_cast<void*>(scratch.get()), snap.data() + header, payload);
-        std::vector<unsigned char> bytes(payload);
-        std::memcpy(bytes.data(), scratch.get(), payload);
+        if (payload != sizeof(UserDataStruct) + sizeof(rtm::BeatLog)) fail("the payload is not record and beat log");
+        std::unique_ptr<rtm::HandleState> scratch(new rtm::HandleState());
+        std::vector<unsigned char> bytes(snap.begin() + static_cast<std::ptrdiff_t>(header), snap.end());
         frames = (kind & 7) + 1;
         applyEdits(in, bytes.data(), payload, 0);
-        std::memcpy(static_cast<void*>(scratch.get()), bytes.data(), payload);
+        std::memcpy(static_cast<void*>(&scratch->record), bytes.data(), sizeof(UserDataStruct));
+        std::memcpy(&scratch->beats, bytes.data() + sizeof(UserDataStruct), sizeof(rtm::BeatLog));
         buf.resize(snap.size());
         if (!rtm::saveSnapshot(*scratch, buf.data(), buf.size())) fail("sealing a forged state failed");
     }
@@ -226,6 +250,7 @@ RTM_FUZZ_TARGET(rtmFuzzDeviceLoad) {
     if (loaded == 0 && after != before) fail("a refused snapshot changed the device");
     if (loaded == 1 && mustRefuse) fail("a corrupted snapshot was accepted");
     if (loaded == 1 && after != buf) fail("a loaded snapshot does not save back identically");
+    checkedBeats(dev.get());
 
     if (loaded == 1 && frames > 0) {
         rtm_synth::DeviceRecording rec(1, 31, 64.0, 18.0);
@@ -234,6 +259,7 @@ RTM_FUZZ_TARGET(rtmFuzzDeviceLoad) {
             rec.fill(f, static_cast<rtm_synth::Segment>(in.u8() % 5));
             ParamsOut o;
             timedFrame([&] { rtm_device_process(dev.get(), &f, &o); });
+            checkedBeats(dev.get());
         }
     }
     return 0;

@@ -12,9 +12,9 @@
 
 /* The library version: RTMONITOR_VERSION_STRING at build time, rtm_version() at run time. */
 #define RTMONITOR_VERSION_MAJOR 0
-#define RTMONITOR_VERSION_MINOR 2
+#define RTMONITOR_VERSION_MINOR 3
 #define RTMONITOR_VERSION_PATCH 0
-#define RTMONITOR_VERSION_STRING "0.2.0"
+#define RTMONITOR_VERSION_STRING "0.3.0"
 
 /* Marks the functions a host links against; everything else in the library stays hidden. */
 #if defined(__GNUC__)
@@ -97,17 +97,69 @@ RTMONITOR_API int rtm_device_process(rtm_device* dev, const ParamsIn* in, Params
 RTMONITOR_API void rtm_device_destroy(rtm_device* dev);
 
 /*
+ * Beats: the heart beats a handle's analyser confirmed during its last rtm_device_process call.
+ * A beat is confirmed when the analyser takes it into its 20-beat history (the history the heart
+ * rate is computed from). That happens once the next R peak has been found and measured, so a beat
+ * is reported typically one to two seconds after its own R peak, and the beats of a frame may lie
+ * in earlier frames. The first beat the analyser finds after it starts or restarts (a new handle,
+ * nHeartMode 1, a flat packet) is replaced in the history by the second and is never reported.
+ */
+#define RTM_BEATS_MAX 20 /* the most beats one call can report: the analyser's beat history */
+
+typedef struct rtm_beat {
+    /* The R peak: the index of the input sample at 200 samples/s, counted from the first sample
+     * of the handle's first frame. Every frame given to rtm_device_process counts 200 samples,
+     * whatever its heart mode, so the peak lies in frame sample / 200 (0 = the handle's first)
+     * at offset sample % 200. The analyser finds the peak in its filtered signal, which lags the
+     * input by 40 samples (200 ms); that lag is taken off. */
+    int64_t sample;
+    /* RR interval from the previous beat, in ms (the analyser counts 5 ms samples): 200..2000. */
+    int32_t rr_ms;
+    /* QRS width from onset to offset, in ms. */
+    int32_t width_ms;
+    /* Instantaneous heart rate, beats per minute: 12000 / (RR in samples), truncated; 0 below 30,
+     * at most 300. */
+    int32_t rate;
+    /* The beat type as the analyser computes it: 1 regular, 2 early with a normal R amplitude,
+     * 3 early with a deviating amplitude or a QRS of 120 ms or wider, 4 artefact or unreadable.
+     * In running operation every beat is 4: the artefact test passes whenever its amplitude limit
+     * is above 0, and the analyser sets that limit to 24000 on every frame. This is the analyser's
+     * established behaviour and is kept; the type carries no information about the rhythm, and
+     * the library offers no rhythm or arrhythmia classification. */
+    int32_t type;
+    /* Amplitude stability of the last 20 beats: 0 steady (or too little signal to judge),
+     * 1 the beat amplitudes vary by more than 5 % (coefficient of variation), 2 one of them swings
+     * more than 4999 filtered counts. */
+    int32_t stability;
+    int32_t reserved; /* 0 */
+} rtm_beat;
+
+/*
+ * Copies the beats confirmed during the last rtm_device_process call, oldest first, into
+ * out[0..max-1] and returns how many there were, which may exceed max: then the first max are
+ * copied and a caller can tell that it missed some. Never more than RTM_BEATS_MAX; in running
+ * operation at most 7 (two confirmed R peaks lie at least 31 samples apart) and usually 0, 1 or 2.
+ * 0 for a NULL handle, a handle that has analysed no frame, and after a call that analysed no
+ * beat; out may be NULL when max is 0. The beats are part of the handle's state: a snapshot
+ * carries them, and rtm_device_load restores those of the saved handle.
+ */
+RTMONITOR_API size_t rtm_device_beats(const rtm_device* dev, rtm_beat* out, size_t max);
+
+/*
  * Snapshots: the complete analysis state of a handle as bytes, to continue the device in another
  * handle, process or machine with results identical, word for word, to a device that was never
  * interrupted. A snapshot is rtm_device_state_size() bytes:
  *   bytes  0..7   magic "RTMSTATE"
- *   bytes  8..11  snapshot format version (uint32, 1)
+ *   bytes  8..11  snapshot format version (uint32, 2; format 1, of library 0.2.0, held no beats)
  *   bytes 12..15  byte-order mark 0x01020304 (uint32, native order)
- *   bytes 16..31  library version, NUL-padded ASCII (e.g. "0.2.0")
+ *   bytes 16..31  library version, NUL-padded ASCII (e.g. "0.3.0")
  *   bytes 32..39  payload size in bytes (uint64)
  *   bytes 40..47  64-bit FNV-1a checksum of the header (with this field zero) and the payload
- *   bytes 48..    the payload: the analysis state of this library version and build layout
- * Snapshots are refused by another library version or a build with another state layout.
+ *   bytes 48..    the payload: the analysis state of this library version and build layout,
+ *                 then the handle's frame count and the beats of its last frame
+ * Snapshots are refused by another library version, another format version (a format 1 snapshot
+ * lacks the frame count and beats, so a device continued from it could not report its beats
+ * consistently) or a build with another state layout.
  */
 RTMONITOR_API size_t rtm_device_state_size(void);
 
@@ -123,7 +175,7 @@ RTMONITOR_API int rtm_device_save(const rtm_device* dev, void* buf, size_t len);
  */
 RTMONITOR_API int rtm_device_load(rtm_device* dev, const void* buf, size_t len);
 
-/* The library version, e.g. "0.2.0" (RTMONITOR_VERSION_STRING of the built library). */
+/* The library version, e.g. "0.3.0" (RTMONITOR_VERSION_STRING of the built library). */
 RTMONITOR_API const char* rtm_version(void);
 
 #ifdef __cplusplus
@@ -148,6 +200,7 @@ RTM_STATIC_ASSERT(offsetof(ParamsOut, nBreathRate) == 1008, "ParamsOut.nBreathRa
 RTM_STATIC_ASSERT(offsetof(ParamsOut, nMovement) == 1016, "ParamsOut.nMovement offset");
 RTM_STATIC_ASSERT(offsetof(ParamsOut, nPosture) == 1116, "ParamsOut.nPosture offset");
 RTM_STATIC_ASSERT(offsetof(ParamsOut, nHeartStatus) == 1120, "ParamsOut.nHeartStatus offset");
+RTM_STATIC_ASSERT(sizeof(rtm_beat) == 32, "rtm_beat is one 64-bit and six 32-bit words");
 #undef RTM_STATIC_ASSERT
 
 #endif /* RTMONITOR_H */

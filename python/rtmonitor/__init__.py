@@ -1,11 +1,12 @@
 """rtmonitor from Python: real-time vital-signs and activity analysis, one frame per second.
 
     rtmonitor.version()                 the library's version
-    rtmonitor.Device()                  one device: process(frame), save(), Device.load(snapshot);
+    rtmonitor.Device()                  one device: process(frame), beats(), save(), Device.load(snapshot);
                                         a result answers to rtmonitor.h's names (nHeartRate) and
                                         to process_frames' columns (heart_rate)
     rtmonitor.read_frames(path)         a frame file as a numpy array (FRAME_DTYPE), mapped, no copy
     rtmonitor.process_frames(frames)    per-frame results, the columns of `rtmonitor replay`
+                                        (beats=True: and a table of every confirmed beat)
     rtmonitor.analyse(ecg, fs_ecg, ...) a recording in physical units, one row per second
 
 The package calls librtmonitor through ctypes; see rtmonitor._library for where it is looked for.
@@ -17,9 +18,10 @@ from . import _library
 from ._library import LibraryNotFoundError
 
 # Kept equal to the library's version (a test checks it).
-__version__ = "0.2.0"
+__version__ = "0.3.0"
 
-__all__ = ["Device", "FRAME_BYTES", "FRAME_DTYPE", "LibraryNotFoundError", "RESULT_BYTES", "RESULT_DTYPE", "Result",
+__all__ = ["BEAT_DTYPE", "Device", "FRAME_BYTES", "FRAME_DTYPE", "LibraryNotFoundError", "RESULT_BYTES", "RESULT_DTYPE",
+           "Result",
            "analyse", "process_frames", "process_records", "read_frames", "resample_poly", "to_frames",
            "version"]
 
@@ -28,7 +30,7 @@ __all__ = ["Device", "FRAME_BYTES", "FRAME_DTYPE", "LibraryNotFoundError", "RESU
 # at least ask which library it would use (python3 -c "import rtmonitor; print(rtmonitor.version())").
 _LAZY = {
     "analyse": "analyse", "resample_poly": "analyse", "to_frames": "analyse",
-    "Device": "device", "process_frames": "device", "process_records": "device",
+    "BEAT_DTYPE": "device", "Device": "device", "process_frames": "device", "process_records": "device",
     "FRAME_BYTES": "records", "FRAME_DTYPE": "records", "RESULT_BYTES": "records", "RESULT_DTYPE": "records",
     "Result": "records", "read_frames": "records",
 }
@@ -60,5 +62,5 @@ def __dir__():
 
 
 def version():
-    """The version of the loaded library, e.g. "0.2.0"."""
+    """The version of the loaded library, e.g. "0.3.0"."""
     return _library.load().rtm_version().decode("ascii")

@@ -40,7 +40,7 @@ def _installed_candidates():
 
 
 def _declare(lib):
-    """Prototypes of the handle interface; fails on a library older than the handles."""
+    """Prototypes of the handle interface; fails on a library older than the handles' beats."""
     vp, sz = ctypes.c_void_p, ctypes.c_size_t
     lib.rtm_device_create.restype = vp
     lib.rtm_device_create.argtypes = []
@@ -56,6 +56,8 @@ def _declare(lib):
     lib.rtm_device_load.argtypes = [vp, vp, sz]
     lib.rtm_version.restype = ctypes.c_char_p
     lib.rtm_version.argtypes = []
+    lib.rtm_device_beats.restype = sz
+    lib.rtm_device_beats.argtypes = [vp, vp, sz]
     return lib
 
 
@@ -66,7 +68,7 @@ def _open(path):
     except AttributeError as e:
         raise LibraryNotFoundError(
             f"{path} is a librtmonitor without the handle interface ({e}); "
-            "this package needs librtmonitor 0.2.0 or later") from None
+            "this package needs librtmonitor 0.3.0 or later") from None
 
 
 def locate(environ=None, build_tree=None, installed=None, sonames=SONAMES):

@@ -94,7 +94,7 @@ TEST(Snapshots, AFreshHandleSavesAtTheStartOfAnyLargeEnoughBuffer) {
     Handle a = makeHandle();
     const Bytes fresh = save(a.get());
     EXPECT_EQ(std::memcmp(fresh.data(), "RTMSTATE", 8), 0);
-    EXPECT_EQ(fresh.size(), rtm::kSnapshotHeaderBytes + sizeof(UserDataStruct));
+    EXPECT_EQ(fresh.size(), rtm::kSnapshotHeaderBytes + sizeof(UserDataStruct) + sizeof(rtm::BeatLog));
     Bytes big(fresh.size() + 16, 0xEE);
     ASSERT_EQ(rtm_device_save(a.get(), big.data(), big.size()), 1);
     EXPECT_TRUE(std::equal(fresh.begin(), fresh.end(), big.begin()));
@@ -151,15 +151,17 @@ TEST_F(CorruptSnapshots, RandomBuffersAreRefused) {
 // produce is refused, whatever they could is accepted.
 class ForgedState : public CorruptSnapshots {
 protected:
-    std::unique_ptr<UserDataStruct> state{new UserDataStruct()};
+    std::unique_ptr<rtm::HandleState> full{new rtm::HandleState()};
+    UserDataStruct* state = &full->record;
 
     void SetUp() override {
-        std::memcpy(static_cast<void*>(state.get()), r.snapshot.data() + rtm::kSnapshotHeaderBytes,
-                    sizeof(UserDataStruct));
+        const unsigned char* payload = r.snapshot.data() + rtm::kSnapshotHeaderBytes;
+        std::memcpy(static_cast<void*>(&full->record), payload, sizeof(UserDataStruct));
+        std::memcpy(&full->beats, payload + sizeof(UserDataStruct), sizeof(rtm::BeatLog));
     }
     Bytes sealed() {
         Bytes b(rtm_device_state_size());
-        EXPECT_TRUE(rtm::saveSnapshot(*state, b.data(), b.size()));
+        EXPECT_TRUE(rtm::saveSnapshot(*full, b.data(), b.size()));
         return b;
     }
     template <class F>
@@ -202,11 +204,53 @@ TEST_F(ForgedState, CountersFlagsAndConstantsOutsideTheirRangesAreRefused) {
         "bRateOut byte 2");
 }
 
+TEST_F(ForgedState, BeatLogCountsOutsideTheirArraysAreRefused) {
+    rtm::BeatLog& log = full->beats;
+    const auto refusedWith = [&](auto edit, const char* what) {
+        SetUp();
+        edit();
+        const Bytes b = sealed();
+        expectRefused(dev.get(), b.data(), b.size(), what);
+    };
+    refusedWith([&] { log.count = RTM_BEATS_MAX + 1; }, "beat count 21");
+    refusedWith([&] { log.count = -1; }, "beat count -1");
+    refusedWith([&] { log.writes = rtm::kWriteHistory + 1; }, "writes 21");
+    refusedWith([&] { log.writePos = rtm::kWriteHistory; }, "writePos 20");
+    refusedWith([&] { log.frames = -1; }, "frames -1");
+    refusedWith([&] { log.frames = INT64_MAX; }, "frames max");
+    refusedWith([&] { log.writeFrame[3] = INT64_MAX / 100; }, "a write frame whose samples overflow");
+}
+
+// Format 1 (library 0.2.0) held no beat log: such a snapshot is refused, even sealed with a
+// valid checksum, whatever the length and library version it names.
+TEST_F(CorruptSnapshots, SnapshotsOfTheFormerFormatAreRefused) {
+    for (std::size_t payload : {sizeof(UserDataStruct), sizeof(UserDataStruct) + sizeof(rtm::BeatLog)}) {
+        for (const char* version : {"0.2.0", RTMONITOR_VERSION_STRING}) {
+            Bytes old(rtm::kSnapshotHeaderBytes + payload);
+            std::memcpy(old.data(), r.snapshot.data(), std::min(old.size(), r.snapshot.size()));
+            const uint32_t format = 1;
+            std::memcpy(old.data() + 8, &format, 4);
+            std::memset(old.data() + 16, 0, 16);
+            std::memcpy(old.data() + 16, version, std::strlen(version));
+            const uint64_t size = payload;
+            std::memcpy(old.data() + 32, &size, 8);
+            std::memset(old.data() + 40, 0, 8);
+            uint64_t sum = 14695981039346656037ull;  // FNV-1a over everything, checksum field zero
+            for (unsigned char c : old) sum = (sum ^ c) * 1099511628211ull;
+            std::memcpy(old.data() + 40, &sum, 8);
+            expectRefused(dev.get(), old.data(), old.size(),
+                          std::string("format 1 of ") + version + ", " + std::to_string(payload) + " payload bytes");
+        }
+    }
+}
+
 TEST_F(ForgedState, TheUnchangedStateAndInRangeEditsLoad) {
     EXPECT_EQ(sealed(), r.snapshot);
     state->cBreathPro.nZoomRingPos[1] = 69;
     state->cPedometerPro.nLPIndex[2] = 0;
     state->cBeatMeasure.nRingPos = 3999;
+    full->beats.count = RTM_BEATS_MAX;
+    full->beats.writes = 0;
     const Bytes b = sealed();
     ASSERT_EQ(rtm_device_load(dev.get(), b.data(), b.size()), 1);
     EXPECT_EQ(save(dev.get()), b);

@@ -1,7 +1,8 @@
 // End to end through the built tool: the HTML report's structure (one self-contained plot per
-// series and device with the quality and status bands and the ECG grid, a summary row per
-// device, the demo's truth and summary, a replay's reference), one set of class names in the
-// tool guide, `replay --help` and the report, and usage errors.
+// series and device with the quality and status bands, the ECG grid with the confirmed beats
+// marked, the RR tachogram, a summary row per device, the demo's truth and summary, a replay's
+// reference), one set of class names in the tool guide, `replay --help` and the report, and
+// usage errors.
 #include <string>
 
 #include "classes.h"
@@ -16,9 +17,9 @@ void expectSelfContainedPlots(const std::string& html, const std::vector<int>& d
     EXPECT_EQ(html.rfind("<!DOCTYPE html>", 0), 0u);
     EXPECT_EQ(count(html, "<script") + count(html, "<link") + count(html, " src="), 0u);
     EXPECT_EQ(count(html, "<section class=\"device\""), devices.size());
-    EXPECT_EQ(count(html, "<svg class=\"plot\""), 6 * devices.size());
+    EXPECT_EQ(count(html, "<svg class=\"plot\""), 7 * devices.size());
     for (int d : devices) {
-        for (const char* s : {"heart-rate", "breath-rate", "ecg", "respiration", "posture", "movement"})
+        for (const char* s : {"heart-rate", "breath-rate", "ecg", "respiration", "posture", "movement", "rr-tachogram"})
             EXPECT_EQ(count(html, "data-device=\"" + std::to_string(d) + "\" data-series=\"" + s + "\""), 1u)
                 << "device " << d << " series " << s;
         EXPECT_EQ(count(html, "<tr data-device=\"" + std::to_string(d) + "\">"), 1u) << "device " << d;
@@ -28,6 +29,8 @@ void expectSelfContainedPlots(const std::string& html, const std::vector<int>& d
         EXPECT_EQ(count(own, "data-band=\"quality\""), 1u) << "device " << d;
         EXPECT_EQ(count(own, "data-band=\"breath-state\""), 1u) << "device " << d;
         EXPECT_EQ(count(own, "class=\"ecg-grid\""), 2u) << "device " << d;
+        // Ten seconds of ECG at a resting rate: the confirmed beats are marked on it.
+        EXPECT_GE(count(own, "class=\"beat\""), 5u) << "device " << d;
     }
 }
 

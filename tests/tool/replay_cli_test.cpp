@@ -2,6 +2,7 @@
 // seed, interleaved devices are analysed independently, a truncated file keeps its complete
 // frames and names the offset, the CSV columns, and the doubt a file that does not look like
 // frames draws (crashes on arbitrary files are the frame-file fuzz target's job).
+#include <map>
 #include <random>
 #include <string>
 
@@ -43,6 +44,41 @@ TEST_F(ReplayTest, InterleavedDevicesAreAnalysedIndependently) {
         b.erase(b.begin());
         EXPECT_EQ(a, b) << "second " << s;
     }
+}
+
+// --beats writes one row per confirmed beat beside unchanged results: each device's R peaks in
+// time order, counted in its own frames, reported by a frame at or after the peak's; an output
+// that would overwrite the input is refused before anything is written.
+TEST_F(ReplayTest, BeatsFileListsEveryConfirmedBeatBesideUnchangedResults) {
+    ASSERT_EQ(run("synth --minutes 1 --seed 5 --devices 2 --out " + path("two.frames")).status, 0);
+    const RunResult plain = run("replay " + path("two.frames"));
+    const RunResult r = run("replay " + path("two.frames") + " --beats " + path("b.csv"));
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(r.out, plain.out) << "--beats changed the results";
+    const auto rows = lines(readFile(path("b.csv")));
+    ASSERT_GT(rows.size(), 1u);
+    EXPECT_EQ(rows[0], "device,frame,sample,time_s,rr_ms,width_ms,rate,type,stability");
+    std::map<std::string, long long> last;
+    size_t beats = 0;
+    for (size_t i = 1; i < rows.size(); ++i) {
+        const auto f = fields(rows[i]);
+        ASSERT_EQ(f.size(), 9u) << rows[i];
+        const long long frame = std::stoll(f[1]), sample = std::stoll(f[2]);
+        EXPECT_LE(sample / 200, frame / 2) << "the R peak lies in or before the device's reporting frame: " << rows[i];
+        EXPECT_GT(sample, last[f[0]]) << rows[i];
+        last[f[0]] = sample;
+        EXPECT_NEAR(std::stod(f[3]), sample / 200.0, 0.001) << rows[i];
+        EXPECT_GE(std::stoi(f[4]), 200) << rows[i];
+        EXPECT_LE(std::stoi(f[4]), 2000) << rows[i];
+        EXPECT_EQ(f[7], "4") << rows[i];
+        ++beats;
+    }
+    EXPECT_EQ(last.size(), 2u) << "both devices have beats";
+    EXPECT_GT(beats, 2u * 40u) << "a minute of beats per device, less the start-up";
+
+    const RunResult onto = run("replay " + path("two.frames") + " --beats " + path("two.frames"));
+    EXPECT_EQ(onto.status, 1) << onto.err;
+    EXPECT_EQ(std::filesystem::file_size(path("two.frames")), 2 * 60 * kFrameBytes);
 }
 
 TEST_F(ReplayTest, TruncatedFileKeepsTheCompleteFramesAndNamesTheOffset) {

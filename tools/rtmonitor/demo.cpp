@@ -139,6 +139,7 @@ int runDemo(const std::vector<std::string>& args) {
         size_t device = 0;
         host.process(in, out, device);
         report.add(device, in, out, &t);
+        report.addBeats(device, host.beats(device));
         if (csv) writeCsvRow(csv, s, in, out, false);
 
         const int sec = static_cast<int>(s) + 1;

@@ -1,4 +1,4 @@
-// Driving the library as a host does (see host.h), and the per-frame CSV.
+// Driving the library as a host does (see host.h), the per-frame CSV and the beats CSV.
 #include "host.h"
 
 #include <algorithm>
@@ -6,20 +6,45 @@
 
 namespace rtmtool {
 
+Host::~Host() {
+    for (rtm_device* h : handles_) rtm_device_destroy(h);
+}
+
 bool Host::process(const ParamsIn& in, ParamsOut& out, size_t& device) {
     auto it = index_.find(in.nDeviceId);
     if (it == index_.end()) {
         if (ids_.size() >= kMaxDevices) return false;
+        rtm_device* h = rtm_device_create();
+        if (h == nullptr) return false;
+        handles_.push_back(h);
         it = index_.emplace(in.nDeviceId, ids_.size()).first;
         ids_.push_back(in.nDeviceId);
-        initDevice(in.nDeviceId);
     }
     device = it->second;
     // A fresh record per frame: a stage that writes nothing then shows zeros, never the values
     // of an earlier frame or another device.
     out = ParamsOut{};
-    processSignal(in, &out);
+    rtm_device_process(handles_[device], &in, &out);
     return true;
+}
+
+std::vector<rtm_beat> Host::beats(size_t device) const {
+    std::vector<rtm_beat> out(RTM_BEATS_MAX);
+    if (device >= handles_.size()) return {};
+    out.resize(std::min<size_t>(rtm_device_beats(handles_[device], out.data(), out.size()), RTM_BEATS_MAX));
+    return out;
+}
+
+void writeBeatsCsvHeader(std::FILE* f) {
+    std::fputs("device,frame,sample,time_s,rr_ms,width_ms,rate,type,stability\n", f);
+}
+
+void writeBeatsCsvRows(std::FILE* f, uint64_t frameIndex, int32_t deviceId, const std::vector<rtm_beat>& beats) {
+    for (const rtm_beat& b : beats)
+        std::fprintf(
+            f, "%" PRId32 ",%" PRIu64 ",%" PRId64 ",%.3f,%" PRId32 ",%" PRId32 ",%" PRId32 ",%" PRId32 ",%" PRId32 "\n",
+            deviceId, frameIndex, b.sample, static_cast<double>(b.sample) / 200.0, b.rr_ms, b.width_ms, b.rate, b.type,
+            b.stability);
 }
 
 double movementMean(const ParamsOut& out) {

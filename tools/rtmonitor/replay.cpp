@@ -1,8 +1,8 @@
 // The `replay` command: every complete frame of a frame file through the library, in file order,
-// one CSV row each, plus an optional HTML report. Outputs are checked before the replay starts
-// and written through temporary files, so the input is never overwritten and a failure leaves
-// no partial file. Input problems (unreadable, empty, truncated, too many devices) are reported
-// with the byte offset concerned and exit status 1, after all complete frames before the problem
+// one CSV row each, plus an optional HTML report and an optional CSV of the confirmed beats.
+// Outputs are checked before the replay starts and written through temporary files, so the input
+// is never overwritten and a failure leaves no partial file. Input problems (unreadable, empty, truncated, too many
+// devices) are reported with the byte offset concerned and exit status 1, after all complete frames before the problem
 // have been analysed and written; a file that does not look like frames draws warnings.
 #include <cinttypes>
 #include <cmath>
@@ -38,7 +38,7 @@ int fail(const std::string& message) {
 // What a replay reads and writes, as the options gave it.
 struct ReplayJob {
     std::string path, shownPath;
-    bool waves = false, toFile = false, wantReport = false;
+    bool waves = false, toFile = false, wantReport = false, wantBeats = false;
     std::vector<std::pair<std::string, std::string>> outputs;
     std::vector<std::string> inputs;
 };
@@ -91,9 +91,18 @@ void noteEnd(FrameReader::Result r, const FrameReader& reader, uint64_t offset, 
                            reader.error() + before);
 }
 
+// The beats the frame's device confirmed: into the beats CSV (when asked) and the report.
+void passBeats(const ReplayJob& job, const Host& host, size_t device, uint64_t frame, int32_t deviceId,
+               std::FILE* beatsCsv, Report& report) {
+    if (!job.wantBeats && !job.wantReport) return;
+    const std::vector<rtm_beat> beats = host.beats(device);
+    if (job.wantBeats) writeBeatsCsvRows(beatsCsv, frame, deviceId, beats);
+    if (job.wantReport) report.addBeats(device, beats);
+}
+
 // Every complete frame through the library, one CSV row each (and into the report).
-ReplayCounts replayFrames(FrameReader& reader, const ReplayJob& job, std::FILE* csv, Report& report, Host& host,
-                          FrameDoubts& doubts, std::vector<std::string>& problems) {
+ReplayCounts replayFrames(FrameReader& reader, const ReplayJob& job, std::FILE* csv, std::FILE* beatsCsv,
+                          Report& report, Host& host, FrameDoubts& doubts, std::vector<std::string>& problems) {
     Progress progress("replaying " + job.shownPath, reader.size());
     ReplayCounts n;
     ParamsIn in;
@@ -110,6 +119,7 @@ ReplayCounts replayFrames(FrameReader& reader, const ReplayJob& job, std::FILE* 
         if (host.process(in, out, device)) {
             writeCsvRow(csv, n.frames, in, out, job.waves);
             if (job.wantReport) report.add(device, in, out, nullptr);
+            passBeats(job, host, device, n.frames, in.nDeviceId, beatsCsv, report);
             ++n.analysed;
         } else {
             if (n.skipped == 0)
@@ -158,7 +168,7 @@ bool writeReport(const ParsedArgs& p, const std::map<int64_t, RateReference>& re
 int runReplay(const std::vector<std::string>& args) {
     static const CommandSpec kCommand{"replay",
                                       kReplayUsage,
-                                      {withRecordingOptions({"--out", "--report", "--at", "--reference"}),
+                                      {withRecordingOptions({"--out", "--report", "--at", "--reference", "--beats"}),
                                        {"--waves"},
                                        1,
                                        1,
@@ -177,8 +187,10 @@ int runReplay(const std::vector<std::string>& args) {
     job.waves = p.has("--waves");
     job.toFile = p.has("--out");
     job.wantReport = p.has("--report");
+    job.wantBeats = p.has("--beats");
     if (job.toFile) job.outputs.emplace_back("--out", p.value("--out"));
     if (job.wantReport) job.outputs.emplace_back("--report", p.value("--report"));
+    if (job.wantBeats) job.outputs.emplace_back("--beats", p.value("--beats"));
     job.inputs.push_back(job.path);
     if (p.has("--reference")) job.inputs.push_back(p.value("--reference"));
 
@@ -203,12 +215,17 @@ int runReplay(const std::vector<std::string>& args) {
         csv = csvFile.file();
     }
     writeCsvHeader(csv, job.waves);
+    OutputFile beatsFile;
+    if (job.wantBeats) {
+        if (!beatsFile.open(p.value("--beats"), error)) return fail(p.value("--beats") + ": cannot write: " + error);
+        writeBeatsCsvHeader(beatsFile.file());
+    }
 
     Report report("rtmonitor replay: " + job.shownPath, at);
     Host host;
     FrameDoubts doubts;
     std::vector<std::string> problems;
-    const ReplayCounts n = replayFrames(reader, job, csv, report, host, doubts, problems);
+    const ReplayCounts n = replayFrames(reader, job, csv, beatsFile.file(), report, host, doubts, problems);
     status = problems.empty() ? kExitOk : kExitInput;
     reportFindings(job, doubts, problems, report);
     if (job.toFile) {
@@ -216,9 +233,10 @@ int runReplay(const std::vector<std::string>& args) {
     } else if (!finishStandardOutput(error)) {
         status = fail(error);
     }
+    if (job.wantBeats && !beatsFile.commit(error)) status = fail(p.value("--beats") + ": " + error);
     if (job.wantReport && !writeReport(p, references, host, report, error))
         status = fail(p.value("--report") + ": cannot write: " + error);
-    if (job.toFile || job.wantReport)
+    if (job.toFile || job.wantReport || job.wantBeats)
         std::fprintf(stderr, "rtmonitor replay: %" PRIu64 " frames of %zu device%s analysed\n", n.analysed,
                      host.deviceIds().size(), host.deviceIds().size() == 1 ? "" : "s");
     return status;

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "beat_scoring.h"
 #include "formats/record_reader.h"
 
 namespace rtmtool {
@@ -35,7 +36,9 @@ struct Evaluation {
     std::vector<double> heartReference, breathReference;  // NaN = none
     bool haveHeart = false, haveBreath = false;
     RateScore heart, breath;
-    std::string beatByBeat;  // why beat-by-beat scoring is not done
+    BeatScore beats;             // scored when reference beats were found
+    std::string beatsReference;  // where they came from
+    std::string beatByBeat;      // why beat-by-beat scoring is not done
     std::vector<std::string> notes;
 };
 

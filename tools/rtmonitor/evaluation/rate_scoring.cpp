@@ -1,5 +1,6 @@
 // Rate scoring for `rtmonitor evaluate`: the heart-rate reference from annotated beats, reference
-// rates read from CSV, the per-second comparison, and the table and JSON that report it.
+// rates read from CSV, the per-second comparison, and the table and JSON that report it together
+// with the beat-by-beat scores (beat_scoring.h).
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
@@ -15,6 +16,9 @@ namespace {
 
 constexpr double kNoRef = std::numeric_limits<double>::quiet_NaN();
 constexpr double kHrWindowSeconds = 10, kMinRr = 0.2, kMaxRr = 3.0;
+const char* const kBeatTypesNote =
+    "not scored: the analyser types every beat 4 (artefact) in running operation, so the type "
+    "carries no rhythm information";
 
 std::vector<std::string> splitCsv(const std::string& line) {
     std::vector<std::string> r(1);
@@ -49,6 +53,73 @@ std::string fmt(const char* f, double v) {
     char b[64];
     std::snprintf(b, sizeof b, f, v);
     return b;
+}
+
+// A number, or null when it could not be computed.
+std::string jsonNumber(const char* f, double v) { return std::isnan(v) ? std::string("null") : fmt(f, v); }
+
+std::string beatsJson(const Evaluation& e) {
+    const BeatScore& b = e.beats;
+    if (!b.scored) return "{\"scored\": false, \"reason\": " + jsonString(e.beatByBeat) + "}";
+    std::ostringstream o;
+    o << "{\"scored\": true, \"reference\": " << jsonString(e.beatsReference)
+      << ", \"match_window_ms\": " << fmt("%g", kBeatMatchWindow * 1000) << ", \"reference_beats\": " << b.reference
+      << ", \"detected_beats\": " << b.detected << ", \"matched\": " << b.matched << ", \"missed\": " << b.missed
+      << ", \"false\": " << b.falseBeats << ", \"sensitivity\": " << jsonNumber("%.4f", b.sensitivity)
+      << ", \"positive_predictivity\": " << jsonNumber("%.4f", b.predictivity)
+      << ", \"missed_per_hour\": " << jsonNumber("%.1f", b.missedPerHour)
+      << ", \"false_per_hour\": " << jsonNumber("%.1f", b.falsePerHour)
+      << ",\n    \"rr_interval\": {\"pairs\": " << b.rrPairs
+      << ", \"mean_abs_error_ms\": " << jsonNumber("%.2f", b.rrMeanAbsErrorMs)
+      << ", \"rms_error_ms\": " << jsonNumber("%.2f", b.rrRmsErrorMs)
+      << ", \"bias_ms\": " << jsonNumber("%.2f", b.rrBiasMs)
+      << "},\n    \"hrv\": {\"window_s\": " << fmt("%g", kHrvWindow)
+      << ", \"mean_sdnn_ms\": {\"detected\": " << jsonNumber("%.2f", b.meanSdnnDetected)
+      << ", \"reference\": " << jsonNumber("%.2f", b.meanSdnnReference)
+      << "}, \"mean_rmssd_ms\": {\"detected\": " << jsonNumber("%.2f", b.meanRmssdDetected)
+      << ", \"reference\": " << jsonNumber("%.2f", b.meanRmssdReference) << "}, \"windows\": [";
+    for (size_t i = 0; i < b.windows.size(); ++i) {
+        const HrvWindow& w = b.windows[i];
+        o << (i ? ", " : "") << "{\"start_s\": " << fmt("%g", w.start)
+          << ", \"sdnn_ms\": {\"detected\": " << jsonNumber("%.2f", w.sdnnDetected)
+          << ", \"reference\": " << jsonNumber("%.2f", w.sdnnReference)
+          << "}, \"rmssd_ms\": {\"detected\": " << jsonNumber("%.2f", w.rmssdDetected)
+          << ", \"reference\": " << jsonNumber("%.2f", w.rmssdReference) << "}}";
+    }
+    o << "]},\n    \"detection_delay_s\": {\"median\": " << jsonNumber("%.3f", b.delayMedian)
+      << ", \"p95\": " << jsonNumber("%.3f", b.delayP95) << "}"
+      << ",\n    \"beat_types\": " << jsonString(kBeatTypesNote) << "}";
+    return o.str();
+}
+
+std::string beatsTable(const Evaluation& e) {
+    const BeatScore& b = e.beats;
+    if (!b.scored) return "\nbeat by beat: " + e.beatByBeat + "\n";
+    std::ostringstream o;
+    char line[320];
+    o << "\nbeat by beat against " << e.beatsReference << ", matched within " << fmt("%g", kBeatMatchWindow * 1000)
+      << " ms:\n";
+    std::snprintf(line, sizeof line,
+                  "  beats          %zu reference, %zu detected, %zu matched\n"
+                  "  sensitivity    %.2f %%   positive predictivity %.2f %%\n"
+                  "  missed         %zu (%.1f per hour)   false %zu (%.1f per hour)\n",
+                  b.reference, b.detected, b.matched, 100.0 * b.sensitivity, 100.0 * b.predictivity, b.missed,
+                  b.missedPerHour, b.falseBeats, b.falsePerHour);
+    o << line;
+    std::snprintf(line, sizeof line, "  RR interval    %zu pairs: mean |err| %.1f ms, RMS %.1f ms, bias %+.1f ms\n",
+                  b.rrPairs, b.rrMeanAbsErrorMs, b.rrRmsErrorMs, b.rrBiasMs);
+    o << line;
+    std::snprintf(line, sizeof line,
+                  "  HRV            %zu window%s of %g min: SDNN %.1f ms detected, %.1f ms reference; "
+                  "RMSSD %.1f ms detected, %.1f ms reference\n",
+                  b.windows.size(), b.windows.size() == 1 ? "" : "s", kHrvWindow / 60, b.meanSdnnDetected,
+                  b.meanSdnnReference, b.meanRmssdDetected, b.meanRmssdReference);
+    o << line;
+    std::snprintf(line, sizeof line,
+                  "  delay          median %.2f s, 95th percentile %.2f s (R peak to the end of the reporting frame)\n",
+                  b.delayMedian, b.delayP95);
+    o << line << "  beat types     " << kBeatTypesNote << "\n";
+    return o.str();
 }
 
 std::string scoreJson(const RateScore& s) {
@@ -196,7 +267,7 @@ RateScore scoreRates(const std::vector<double>& library, const std::vector<doubl
 std::string evaluationJson(const Evaluation& e) {
     std::ostringstream o;
     o << "{\n  \"record\": " << jsonString(e.record) << ",\n  \"frames\": " << e.frames
-      << ",\n  \"beat_by_beat\": {\"scored\": false, \"reason\": " << jsonString(e.beatByBeat) << "}"
+      << ",\n  \"beat_by_beat\": " << beatsJson(e)
       << ",\n  \"heart_rate\": " << (e.haveHeart ? scoreJson(e.heart) : "null")
       << ",\n  \"breathing_rate\": " << (e.haveBreath ? scoreJson(e.breath) : "null") << ",\n  \"notes\": [";
     for (size_t i = 0; i < e.notes.size(); ++i) o << (i ? ", " : "") << jsonString(e.notes[i]);
@@ -237,7 +308,7 @@ std::string evaluationTable(const Evaluation& e) {
     };
     row(e.heart, e.haveHeart, "heart rate");
     row(e.breath, e.haveBreath, "breathing rate");
-    o << "\nbeat by beat: " << e.beatByBeat << "\n";
+    o << beatsTable(e);
     for (const std::string& n : e.notes) o << "note: " << n << "\n";
     return o.str();
 }

@@ -16,7 +16,8 @@
 
 namespace rtmtool {
 
-const char* const kReportSeries[6] = {"heart-rate", "breath-rate", "ecg", "respiration", "posture", "movement"};
+const char* const kReportSeries[7] = {"heart-rate", "breath-rate", "ecg",         "respiration",
+                                      "posture",    "movement",    "rr-tachogram"};
 
 namespace {
 
@@ -373,8 +374,20 @@ constexpr double kPxPerMm = (kWidth - kLeft - kRight) / (kEcgRowSeconds * 25.0);
 
 double toMv(int32_t counts) { return (counts - kEcgZero) / kCountsPerMv; }
 
+// A mark above an ECG row at each confirmed R peak in [from, to].
+template <class Px>
+std::string beatMarks(const std::vector<double>& beats, double from, double to, double top, Px px) {
+    std::ostringstream o;
+    for (double t : beats) {
+        if (t < from - 1e-9 || t > to + 1e-9) continue;
+        o << "<path class=\"beat\" d=\"M" << fmt(px(t)) << ' ' << fmt(top + 9) << " l-4 -7 h8 z\" fill=\""
+          << kVermillion << "\"/>\n";
+    }
+    return o.str();
+}
+
 std::string ecgPlot(int32_t device, const std::vector<double>& input, const std::vector<double>& display, double s0,
-                    double seconds, bool anyDisplay) {
+                    double seconds, bool anyDisplay, const std::vector<double>& beats) {
     // Rows span the stretch's range rounded out to 0.5 mV, at least 2 mV, at most 6 mV (clipped).
     double lo = 0, hi = 0;
     for (const std::vector<double>* v : {&input, &display})
@@ -437,12 +450,36 @@ std::string ecgPlot(int32_t device, const std::vector<double>& input, const std:
         };
         trace(input, 0, kBlack, 1.1);
         if (anyDisplay) trace(display, delay, kBlue, 1.1);
+        o << beatMarks(beats, t0, std::min(t0 + kEcgRowSeconds, s0 + seconds), top, px);
     }
+    if (!beats.empty())
+        o << "<path d=\"M" << fmt(kWidth - kRight - 200) << " 19 l-4 -7 h8 z\" fill=\"" << kVermillion
+          << "\"/><text x=\"" << fmt(kWidth - kRight - 192)
+          << "\" y=\"18\" class=\"l\">beat confirmed by the library</text>\n";
     if (!anyDisplay)
         o << "<text x=\"" << kWidth - kRight << "\" y=\"18\" class=\"n\" text-anchor=\"end\">the library wrote no "
           << "display waveform here</text>\n";
     o << "</svg>\n";
     return o.str();
+}
+
+// RR tachogram: the reported RR interval of each beat, averaged per second of R peaks.
+std::string rrTachogram(int32_t device, const std::vector<double>& times, const std::vector<double>& rrMs,
+                        size_t seconds) {
+    Series rr{"RR interval of the confirmed beats", kVermillion, std::vector<double>(seconds, kNaN), 0, 1, false, 1.4};
+    std::vector<int> count(seconds, 0);
+    for (size_t k = 0; k < times.size(); ++k) {
+        if (!(times[k] >= 0) || times[k] >= static_cast<double>(seconds)) continue;
+        const size_t sec = static_cast<size_t>(times[k]);
+        rr.y[sec] = (count[sec] == 0 ? 0 : rr.y[sec] * count[sec]) + rrMs[k];
+        rr.y[sec] /= ++count[sec];
+    }
+    Plot p("rr-tachogram", device, "RR tachogram (ms): the confirmed beats' RR intervals", "time (s)", 220);
+    p.xRange(0, std::max(1.0, static_cast<double>(seconds)));
+    p.emptyYRange(0, 2000);
+    p.leastSpan(200, 100);
+    p.add(rr);
+    return p.svg();
 }
 
 std::vector<double> rateSeries(const std::vector<int32_t>& v) {
@@ -516,6 +553,15 @@ void Report::add(size_t device, const ParamsIn& in, const ParamsOut& out, const 
             ++d.stretchFirst;
         }
         if (second + 1 == static_cast<size_t>(stretchStart_ + kStretchSeconds)) d.frozen = true;
+    }
+}
+
+void Report::addBeats(size_t device, const std::vector<rtm_beat>& beats) {
+    if (device >= devices_.size()) return;
+    Device& d = devices_[device];
+    for (const rtm_beat& b : beats) {
+        d.beatTimes.push_back(static_cast<double>(b.sample) / 200.0);
+        d.beatRr.push_back(b.rr_ms);
     }
 }
 
@@ -600,8 +646,9 @@ std::string Report::deviceSection(const Device& d) const {
                 disp.push_back(toMv(d.stretch[f].ecgOut[static_cast<size_t>(i)]));
                 anyOut = anyOut || d.stretch[f].ecgOut[static_cast<size_t>(i)] != 0;
             }
-        o << ecgPlot(d.id, in, disp, s0, std::max<double>(1.0, static_cast<double>(frames)), anyOut);
+        o << ecgPlot(d.id, in, disp, s0, std::max<double>(1.0, static_cast<double>(frames)), anyOut, d.beatTimes);
     }
+    if (!d.beatTimes.empty()) o << rrTachogram(d.id, d.beatTimes, d.beatRr, n);
     {
         Series c1{"channel 1 display", kBlue, {}, s0, 1.0 / 25, false, 1.6};
         Series c0{"channel 0 display", kOrange, {}, s0, 1.0 / 25, true, 1.4};

@@ -3,7 +3,8 @@
 // breathing-rate trends with the library's quality and respiration status as bands beneath
 // (rates drawn faint where the library did not judge them; the generator's truth or a reference
 // drawn over them), the ECG of a chosen stretch in mV on a standard ECG grid, the respiration
-// display waveforms, the posture timeline and the movement level. Time runs in seconds from the
+// display waveforms, the posture timeline and the movement level; with beats, the confirmed R peaks
+// marked on the ECG and an RR tachogram. Time runs in seconds from the
 // device's first frame, one frame per second.
 #pragma once
 
@@ -19,8 +20,9 @@
 
 namespace rtmtool {
 
-// Series names, one SVG plot each per device (tests look for these).
-extern const char* const kReportSeries[6];
+// Series names, one SVG plot each per device (tests look for these); the last, the RR
+// tachogram, only for a device with confirmed beats.
+extern const char* const kReportSeries[7];
 
 class Report {
 public:
@@ -35,6 +37,9 @@ public:
     Report(std::string title, int stretchStart);
 
     void add(size_t device, const ParamsIn& in, const ParamsOut& out, const SecondTruth* truth);
+    // The beats the device's last frame confirmed (after add() for that frame): marked on the ECG
+    // strip, and drawn as an RR tachogram when any were added.
+    void addBeats(size_t device, const std::vector<rtm_beat>& beats);
     void addNote(const std::string& text) { notes_.push_back(text); }
     // Reference rates for one device (per second from its first frame; NaN or <= 0 where there
     // is none), drawn over the library's rates under the name `label`.
@@ -58,7 +63,8 @@ private:
         bool hasTruth = false;
         std::vector<double> hrTrue, brTrue;
         std::vector<int> postureTrue;
-        std::deque<StretchFrame> stretch;  // the last kStretchSeconds frames until frozen
+        std::deque<StretchFrame> stretch;       // the last kStretchSeconds frames until frozen
+        std::vector<double> beatTimes, beatRr;  // R peak (s from the first frame), RR interval (ms)
         bool frozen = false;
         size_t stretchFirst = 0;  // second of stretch.front()
     };
