@@ -7,6 +7,11 @@ script=$1
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 chmod 755 "$work"
+# A copy in a tree of its own, so the checkout's web/ (node_modules or not) plays no part until
+# the station's case builds one.
+mkdir -p "$work/base/scripts"
+cp "$script" "$work/base/scripts/prereqs"
+script=$work/base/scripts/prereqs
 failures=0
 
 fail() {
