@@ -45,7 +45,6 @@ const char* const kEvaluateUsage =
 namespace {
 
 constexpr double kNoRef = std::numeric_limits<double>::quiet_NaN();
-constexpr double kHeartTolerance = 5, kBreathTolerance = 2;
 constexpr int32_t kEvaluationDevice = 0x45564131;  // a device id no frame file of the tool uses
 
 const char* const kNoBeatByBeat =
@@ -152,6 +151,8 @@ bool analyse(EvaluationInput& in, Evaluation& e, std::string& error) {
         error = in.path + ": no frames to evaluate";
         return false;
     }
+    if (in.recording && in.source.respirationSubstituted()) e.notInRecording.push_back("respiration");
+    if (in.recording && in.source.accelerometerSubstituted()) e.notInRecording.push_back("accelerometer");
     if (otherDevices > 0)
         e.notes.push_back(std::to_string(otherDevices) + " frames of devices other than the first (" +
                           std::to_string(firstDevice) + ") were left out");

@@ -41,6 +41,7 @@ struct ReplayJob {
     bool waves = false, toFile = false, wantReport = false;
     std::vector<std::pair<std::string, std::string>> outputs;
     std::vector<std::string> inputs;
+    bool noRespiration = false, noAccelerometer = false;  // a recording without these channels
 };
 
 // Opens the frames to replay: a recording is converted into a temporary frame file first, then
@@ -52,6 +53,8 @@ bool openFrames(ReplayJob& job, const SourceOptions& options, TemporaryFrames& c
     if (recording) {
         RecordSource source;
         if (!source.open(job.path, options, error)) return false;
+        job.noRespiration = source.respirationSubstituted();
+        job.noAccelerometer = source.accelerometerSubstituted();
         const std::vector<std::string> files = source.reader().inputFiles();
         job.inputs.insert(job.inputs.end(), files.begin(), files.end());
         if (!checkOutputs(job.inputs, job.outputs, error)) {
@@ -202,9 +205,11 @@ int runReplay(const std::vector<std::string>& args) {
         if (!csvFile.open(p.value("--out"), error)) return fail(p.value("--out") + ": cannot write: " + error);
         csv = csvFile.file();
     }
+    writeCsvNotInRecording(csv, job.noRespiration, job.noAccelerometer);
     writeCsvHeader(csv, job.waves);
 
     Report report("rtmonitor replay: " + job.shownPath, at);
+    report.setNotInRecording(job.noRespiration, job.noAccelerometer);
     Host host;
     FrameDoubts doubts;
     std::vector<std::string> problems;

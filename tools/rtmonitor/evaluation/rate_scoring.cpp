@@ -200,6 +200,10 @@ std::string evaluationJson(const Evaluation& e) {
       << ",\n  \"heart_rate\": " << (e.haveHeart ? scoreJson(e.heart) : "null")
       << ",\n  \"breathing_rate\": " << (e.haveBreath ? scoreJson(e.breath) : "null") << ",\n  \"notes\": [";
     for (size_t i = 0; i < e.notes.size(); ++i) o << (i ? ", " : "") << jsonString(e.notes[i]);
+    o << "],\n  \"not_in_recording\": [";
+    for (size_t i = 0; i < e.notInRecording.size(); ++i) o << (i ? ", " : "") << jsonString(e.notInRecording[i]);
+    const bool noBreath =
+        std::find(e.notInRecording.begin(), e.notInRecording.end(), "respiration") != e.notInRecording.end();
     o << "],\n  \"per_second\": {";
     const std::vector<double>* columns[] = {&e.heartRate, &e.heartReference, &e.breathRate, &e.breathReference};
     const char* names[] = {"heart_rate", "heart_reference", "breathing_rate", "breathing_reference"};
@@ -207,7 +211,8 @@ std::string evaluationJson(const Evaluation& e) {
         o << (c ? ",\n    " : "\n    ") << jsonString(names[c]) << ": [";
         for (size_t s = 0; s < columns[c]->size(); ++s) {
             const double v = (*columns[c])[s];
-            o << (s ? "," : "") << (std::isnan(v) ? std::string("null") : fmt("%.2f", v));
+            const bool unmeasured = noBreath && c == 2;
+            o << (s ? "," : "") << (std::isnan(v) || unmeasured ? std::string("null") : fmt("%.2f", v));
         }
         o << "]";
     }
@@ -238,6 +243,7 @@ std::string evaluationTable(const Evaluation& e) {
     row(e.heart, e.haveHeart, "heart rate");
     row(e.breath, e.haveBreath, "breathing rate");
     o << "\nbeat by beat: " << e.beatByBeat << "\n";
+    for (const std::string& n : e.notInRecording) o << "not in this recording: " << n << " (not measured)\n";
     for (const std::string& n : e.notes) o << "note: " << n << "\n";
     return o.str();
 }
