@@ -101,6 +101,34 @@ TEST_F(ReplayTest, BrokenFrameFilesAreRefusedByEveryCommandUnlessPartial) {
     }
 }
 
+// The reference reader is the same for replay and evaluate: a heart_rate column is scored as the
+// heart rate, and a file with no known column is refused naming what it has.
+TEST_F(ReplayTest, EvaluateScoresAHeartRateReferenceAsHeartRate) {
+    ASSERT_EQ(run("synth --minutes 1 --out " + path("s.frames")).status, 0);
+    std::string csv = "second,heart_rate\n";
+    for (int s = 0; s < 60; ++s) csv += std::to_string(s) + ",70\n";
+    writeFile(path("hr.csv"), csv);
+    const RunResult ev =
+        run("evaluate " + path("s.frames") + " --reference " + path("hr.csv") + " --json " + path("e.json"));
+    ASSERT_EQ(ev.status, 0) << ev.err;
+    const std::string json = readFile(path("e.json"));
+    EXPECT_NE(json.find("\"heart_rate\": {\"reference\": \"" + path("hr.csv") + " (heart_rate)\""), std::string::npos)
+        << json;
+    EXPECT_NE(json.find("\"seconds_with_reference\": 60"), std::string::npos) << json;
+    EXPECT_NE(json.find("\"breathing_rate\": null"), std::string::npos) << json;
+    EXPECT_EQ(
+        run("replay " + path("s.frames") + " --reference " + path("hr.csv") + " --report " + path("r.html")).status, 0);
+
+    writeFile(path("odd.csv"), "when,bpm\n0,70\n");
+    for (const char* cmd : {"evaluate", "replay"}) {
+        const RunResult r = run(std::string(cmd) + " " + path("s.frames") + " --reference " + path("odd.csv") +
+                                " --report " + path("x.html"));
+        EXPECT_EQ(r.status, 1) << cmd;
+        EXPECT_NE(r.err.find("the header names the columns 'when', 'bpm'"), std::string::npos) << r.err;
+        EXPECT_FALSE(std::filesystem::exists(path("x.html"))) << cmd;
+    }
+}
+
 TEST_F(ReplayTest, CsvHasTheDocumentedColumns) {
     ASSERT_EQ(run("synth --minutes 1 --out " + path("s.frames")).status, 0);
     const auto rows = lines(run("replay " + path("s.frames")).out);

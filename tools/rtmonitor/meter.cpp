@@ -296,6 +296,30 @@ std::string jsonText(const std::string& s) {
     return r + "\"";
 }
 
+std::vector<std::string> tableRow(const Scenario& s, const Outcome& o) {
+    std::string times = "-";
+    auto t = [](double v) { return v < 0 ? std::string("never") : num(v); };
+    if (s.kind == Kind::Step) times = t(o.time1);
+    if (s.kind == Kind::Asystole) times = t(o.time1) + "/" + t(o.time2);
+    const std::string tol = s.expected == 0 ? "=0" : num(tolerance(s.expected));
+    return {s.name, num(s.expected), num(o.reading), tol, times, o.pass ? "pass" : "FAIL: " + o.reason, s.waveform};
+}
+
+std::string jsonRow(const Scenario& s, const Outcome& o) {
+    std::ostringstream json;
+    json << "{\"name\": " << jsonText(s.name) << ", \"waveform\": " << jsonText(s.waveform)
+         << ", \"expected_bpm\": " << num(s.expected) << ", \"reading_bpm\": " << num(o.reading)
+         << ", \"tolerance_bpm\": " << (s.expected == 0 ? "0" : num(tolerance(s.expected)));
+    if (s.kind == Kind::Step) json << ", \"response_s\": " << (o.time1 < 0 ? "null" : num(o.time1));
+    if (s.kind == Kind::Asystole)
+        json << ", \"time_to_zero_s\": " << (o.time1 < 0 ? "null" : num(o.time1))
+             << ", \"time_to_recover_s\": " << (o.time2 < 0 ? "null" : num(o.time2));
+    json << ", \"pass\": " << (o.pass ? "true" : "false");
+    if (!o.pass) json << ", \"reason\": " << jsonText(o.reason);
+    json << "}";
+    return json.str();
+}
+
 // Left-aligned text columns, numbers right-aligned; the last column unpadded.
 void printTable(const std::vector<std::vector<std::string>>& rows) {
     std::vector<size_t> width(rows[0].size(), 0);
@@ -342,23 +366,8 @@ int runMeter(const std::vector<std::string>& args) {
         const std::vector<int> rates = runThroughLibrary(s, kFirstMeterDevice + static_cast<int32_t>(i));
         const Outcome o = judge(s, rates);
         passed += o.pass ? 1 : 0;
-        std::string times = "-";
-        auto t = [](double v) { return v < 0 ? std::string("never") : num(v); };
-        if (s.kind == Kind::Step) times = t(o.time1);
-        if (s.kind == Kind::Asystole) times = t(o.time1) + "/" + t(o.time2);
-        const std::string tol = s.expected == 0 ? "=0" : num(tolerance(s.expected));
-        rows.push_back(
-            {s.name, num(s.expected), num(o.reading), tol, times, o.pass ? "pass" : "FAIL: " + o.reason, s.waveform});
-        json << (i ? "," : "") << "\n    {\"name\": " << jsonText(s.name) << ", \"waveform\": " << jsonText(s.waveform)
-             << ", \"expected_bpm\": " << num(s.expected) << ", \"reading_bpm\": " << num(o.reading)
-             << ", \"tolerance_bpm\": " << (s.expected == 0 ? "0" : num(tolerance(s.expected)));
-        if (s.kind == Kind::Step) json << ", \"response_s\": " << (o.time1 < 0 ? "null" : num(o.time1));
-        if (s.kind == Kind::Asystole)
-            json << ", \"time_to_zero_s\": " << (o.time1 < 0 ? "null" : num(o.time1))
-                 << ", \"time_to_recover_s\": " << (o.time2 < 0 ? "null" : num(o.time2));
-        json << ", \"pass\": " << (o.pass ? "true" : "false");
-        if (!o.pass) json << ", \"reason\": " << jsonText(o.reason);
-        json << "}";
+        rows.push_back(tableRow(s, o));
+        json << (i ? "," : "") << "\n    " << jsonRow(s, o);
     }
     printTable(rows);
     std::printf("times: rate steps, seconds to the new rate; asystole, seconds to read 0 / to recover (limits %g s)\n",

@@ -720,6 +720,24 @@ std::string Report::ratePlots(const Device& d) const {
     return o.str();
 }
 
+namespace {
+
+// The second where the rate is furthest from the reference, as a strip offered to `offer`.
+template <class Offer>
+void offerReferenceDifference(const std::vector<int32_t>& hr, const std::vector<double>& ref, const std::string& label,
+                              Offer offer) {
+    size_t worstAt = 0;
+    double worst = 0;
+    for (size_t i = 0; i < hr.size() && i < ref.size(); ++i)
+        if (hr[i] > 0 && ref[i] > 0 && std::fabs(hr[i] - ref[i]) > worst)
+            worst = std::fabs(hr[i] - ref[i]), worstAt = i;
+    if (worst > 0)
+        offer(worstAt, "largest difference from the " + label + ", " + std::to_string(hr[worstAt]) + " against " +
+                           fmt(ref[worstAt], 0) + " /min at " + std::to_string(worstAt) + " s");
+}
+
+}  // namespace
+
 // The chosen time first, then the events worth a look, each strip at most once.
 std::vector<Report::Strip> Report::ecgStrips(const Device& d) const {
     const size_t n = d.hr.size();
@@ -747,25 +765,15 @@ std::vector<Report::Strip> Report::ecgStrips(const Device& d) const {
     for (size_t i = 0; i < n; ++i)
         if (input[i] == kInputDoubtWithRate && (i == 0 || input[i - 1] != kInputDoubtWithRate))
             offer(i + kEcgSeconds / 2, "rate during clipped or flat ECG input from " + std::to_string(i) + " s");
-    if (const Reference* ref = referenceOf(d.id)) {
-        size_t worstAt = 0;
-        double worst = 0;
-        for (size_t i = 0; i < n && i < ref->heart.size(); ++i)
-            if (d.hr[i] > 0 && ref->heart[i] > 0 && std::fabs(d.hr[i] - ref->heart[i]) > worst)
-                worst = std::fabs(d.hr[i] - ref->heart[i]), worstAt = i;
-        if (worst > 0)
-            offer(worstAt, "largest difference from the " + ref->label + ", " + std::to_string(d.hr[worstAt]) +
-                               " against " + fmt(ref->heart[worstAt], 0) + " /min at " + std::to_string(worstAt) +
-                               " s");
-    }
-    // Quality drops, the longest stretches without good quality first.
+    if (const Reference* ref = referenceOf(d.id)) offerReferenceDifference(d.hr, ref->heart, ref->label, offer);
+    // Quality drops of 3 s or more (a flickering flag is not an event), the longest first.
     const std::vector<int32_t> heart = heartBand(d.hr, d.quality);
     std::vector<std::pair<size_t, size_t>> drops;  // (length, start)
     for (size_t i = 1; i < n; ++i) {
         if (heart[i - 1] != 1 || heart[i] == 1) continue;
         size_t e = i;
         while (e < n && heart[e] != 1) ++e;
-        drops.emplace_back(e - i, i);
+        if (e - i >= 3) drops.emplace_back(e - i, i);
     }
     std::sort(drops.rbegin(), drops.rend());
     for (const auto& [length, at] : drops)
