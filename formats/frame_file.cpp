@@ -86,4 +86,28 @@ bool writeFrames(std::FILE* f, const std::vector<ParamsIn>& frames) {
     return true;
 }
 
+bool checkFrameFile(const std::string& path, bool partial, std::string& warning, std::string& error) {
+    warning.clear();
+    struct stat st;
+    if (path == "-" || ::stat(path.c_str(), &st) != 0 || !S_ISREG(st.st_mode)) return true;
+    const uint64_t size = static_cast<uint64_t>(st.st_size);
+    const uint64_t whole = size / kFrameBytes, rest = size % kFrameBytes;
+    if (size == 0) {
+        error = path + ": empty file, no frames";
+        return false;
+    }
+    if (rest == 0) return true;
+    const std::string shape = path + ": " + std::to_string(size) + " bytes end inside a frame (" +
+                              std::to_string(whole) + " whole frames of " + std::to_string(kFrameBytes) +
+                              " bytes, then " + std::to_string(rest) + " bytes)";
+    if (!partial || whole == 0) {
+        error = shape + (whole == 0 ? "; not a frame file" : "") + "; nothing was analysed or written" +
+                (whole == 0 ? "" : ". For a file still being recorded, --partial analyses its whole frames");
+        return false;
+    }
+    warning = shape + "; --partial: analysing the " + std::to_string(whole) + " whole frames, the last " +
+              std::to_string(rest) + " bytes are left out";
+    return true;
+}
+
 }  // namespace rtmfmt

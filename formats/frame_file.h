@@ -48,6 +48,14 @@ private:
     std::string error_;
 };
 
+// The rule every command applies to a frame file before it reads or writes anything: it holds at
+// least one frame and ends on a frame boundary. A file that ends inside a frame (one still being
+// recorded, or not a frame file) is refused unless `partial` is set; then its whole frames are
+// read and `warning` says what is left out. False with `error` set (naming the file, its size and
+// what to do). A file whose size is not known beforehand (standard input, a pipe) passes here;
+// the reader's Incomplete result reports its end.
+bool checkFrameFile(const std::string& path, bool partial, std::string& warning, std::string& error);
+
 // Writes the frames in order to an open file (see output_file.h for making one safely); false
 // when a write fails.
 bool writeFrames(std::FILE* f, const std::vector<ParamsIn>& frames);

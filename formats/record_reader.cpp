@@ -6,9 +6,11 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cstdio>
 #include <fstream>
 #include <sstream>
 
+#include "formats/edf_header.h"
 #include "formats/wfdb_reader.h"
 
 #ifdef RTM_HAVE_EDFLIB
@@ -79,8 +81,11 @@ public:
     bool open(const std::string& path, std::string& error) {
         path_ = path;
         if (edfopen_file_readonly(path.c_str(), &hdr_, EDFLIB_READ_ALL_ANNOTATIONS) != 0) {
-            error = path + ": " + edfOpenError(hdr_.filetype);
-            return false;
+            if (hdr_.filetype != EDFLIB_FILE_CONTAINS_FORMAT_ERRORS) {
+                error = path + ": " + edfOpenError(hdr_.filetype);
+                return false;
+            }
+            if (!openTolerating(path, error)) return false;
         }
         open_ = true;
         if (hdr_.datarecord_duration <= 0) {
@@ -134,8 +139,50 @@ public:
     }
     std::vector<Annotation> embeddedAnnotations() const override { return annotations_; }
     std::vector<std::string> inputFiles() const override { return {path_}; }
+    std::vector<std::string> notes() const override { return notes_; }
 
 private:
+    // The EDF reader says only "format errors": find the field ourselves. A header whose only
+    // fault is bytes outside printable ASCII (names with accents, say) is read from a copy with
+    // those bytes as spaces, and the note says so.
+    bool openTolerating(const std::string& path, std::string& error) {
+        const std::string refused = path + ": not a valid EDF/EDF+/BDF/BDF+ header: ";
+        std::string header;
+        if (!readEdfHeader(path, header)) {
+            error = path + ": cannot read";
+            return false;
+        }
+        const EdfHeaderFindings f = examineEdfHeader(header);
+        if (!f.fault.empty()) {
+            error = refused + f.fault + (f.nonAscii.empty() ? "" : "; also " + f.firstNonAscii + " is not ASCII");
+            return false;
+        }
+        if (f.nonAscii.empty()) {
+            error = refused +
+                    "every field is well formed ASCII, so the fault is in how they fit together (EDF+ "
+                    "subfields of the identification fields, start date or time, or the file size against "
+                    "the number of data records)";
+            return false;
+        }
+        std::string copy;
+        if (!copyWithSpaces(path, f.nonAscii, copy, error)) return false;
+        const int r = edfopen_file_readonly(copy.c_str(), &hdr_, EDFLIB_READ_ALL_ANNOTATIONS);
+        std::remove(copy.c_str());  // the reader keeps its own handle on the copy
+        const std::string what =
+            f.firstNonAscii +
+            (f.nonAscii.size() > 1 ? " and " + std::to_string(f.nonAscii.size() - 1) + " more such bytes" : "");
+        if (r != 0) {
+            error = refused + what +
+                    ": header fields hold printable ASCII (32..126) only; even with those bytes "
+                    "read as spaces the file is refused (" +
+                    edfOpenError(hdr_.filetype) + ")";
+            return false;
+        }
+        notes_.push_back("header: " + what + " (fields: " + f.nonAsciiFields +
+                         "); header fields hold printable ASCII (32..126) only, so these bytes were read as spaces");
+        return true;
+    }
+
     static std::string trim(const char* s) {
         std::string t = s;
         while (!t.empty() && (t.back() == ' ' || t.back() == '\0')) t.pop_back();
@@ -147,6 +194,7 @@ private:
     bool open_ = false;
     std::vector<ChannelInfo> channels_;
     std::vector<Annotation> annotations_;
+    std::vector<std::string> notes_;
     long long recordsPerBlock_ = 1, recordsRead_ = 0;
 };
 #endif

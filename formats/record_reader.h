@@ -36,6 +36,8 @@ public:
     virtual std::vector<std::string> inputFiles() const = 0;
     // Annotations stored with the signals (EDF+); WFDB keeps them in separate files.
     virtual std::vector<Annotation> embeddedAnnotations() const { return {}; }
+    // What was tolerated in reading the file (e.g. non-ASCII header bytes read as spaces).
+    virtual std::vector<std::string> notes() const { return {}; }
 };
 
 // True when `path` names a recording this tool reads (.hea, .edf, .bdf, or a WFDB record name

@@ -234,6 +234,7 @@ bool RecordSource::open(const std::string& path, const SourceOptions& options, s
     options_ = options;
     reader_ = openRecording(path, error);
     if (!reader_) return false;
+    notes_ = reader_->notes();
     if (!openEcg(error) || !openRespiration(error) || !openAccelerometer(error)) return false;
     expected_ = static_cast<uint64_t>(std::floor(reader_->duration() + 1e-9));
     if (expected_ * 1.0 < reader_->duration() - 1e-9)

@@ -35,6 +35,10 @@ public:
     // or a requested label does not exist.
     bool open(const std::string& path, const SourceOptions& options, std::string& error);
     const std::vector<std::string>& notes() const { return notes_; }
+    // True when the recording had no such channel and the frames hold the substitute above, so a
+    // reader of the results can say the quantity was not measured.
+    bool respirationSubstituted() const { return resp_.channel < 0; }
+    bool accelerometerSubstituted() const { return acc_[0].channel < 0; }
     // The next frame; false at the end (error empty) or on a read problem (error set).
     bool next(ParamsIn& frame, std::string& error);
     uint64_t expectedFrames() const { return expected_; }

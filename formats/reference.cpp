@@ -24,11 +24,21 @@ std::vector<std::string> split(const std::string& line) {
     return r;
 }
 
-int column(const std::vector<std::string>& header, std::initializer_list<const char*> names) {
+int column(const std::vector<std::string>& header, std::initializer_list<const char*> names,
+           std::string* found = nullptr) {
     for (const char* n : names)
         for (size_t i = 0; i < header.size(); ++i)
-            if (header[i] == n) return static_cast<int>(i);
+            if (header[i] == n) {
+                if (found) *found = n;
+                return static_cast<int>(i);
+            }
     return -1;
+}
+
+std::string quotedList(const std::vector<std::string>& names) {
+    std::string r;
+    for (const std::string& n : names) r += (r.empty() ? "'" : ", '") + n + "'";
+    return r.empty() ? "none" : r;
 }
 
 bool number(const std::string& text, double& v) {
@@ -45,7 +55,8 @@ void put(std::vector<double>& v, size_t second, double value) {
 
 }  // namespace
 
-bool readReference(const std::string& path, std::map<int64_t, RateReference>& out, std::string& error) {
+bool readReference(const std::string& path, std::map<int64_t, RateReference>& out, std::string& error,
+                   ReferenceColumns* columns) {
     std::ifstream f(path);
     if (!f) {
         error = "cannot open";
@@ -57,16 +68,20 @@ bool readReference(const std::string& path, std::map<int64_t, RateReference>& ou
         return false;
     }
     const std::vector<std::string> header = split(line);
-    const int time = column(header, {"frame", "second", "time", "time_s"});
-    const int heart = column(header, {"hr_ref_bpm", "heart_rate", "hr"});
-    const int breath = column(header, {"br_ref_bpm", "breath_rate", "br"});
+    ReferenceColumns used;
+    const int time = column(header, {"frame", "second", "time", "time_s"}, &used.time);
+    const int heart = column(header, {"hr_ref_bpm", "heart_rate", "hr"}, &used.heart);
+    const int breath = column(header, {"br_ref_bpm", "breath_rate", "br"}, &used.breath);
     const int device = column(header, {"device"});
+    const int agree = breath >= 0 ? column(header, {"br_agree"}) : -1;
+    used.agreement = agree >= 0;
     if (time < 0 || (heart < 0 && breath < 0)) {
-        error =
-            "the header needs a time column (frame, second, time or time_s) and a heart-rate (hr_ref_bpm, "
-            "heart_rate, hr) or breathing-rate (br_ref_bpm, breath_rate, br) column";
+        error = "the header names the columns " + quotedList(header) +
+                "; it needs a time column (frame, second, time or time_s) and a heart-rate (hr_ref_bpm, "
+                "heart_rate, hr) or breathing-rate (br_ref_bpm, breath_rate, br) column";
         return false;
     }
+    if (columns) *columns = used;
     out.clear();
     for (size_t lineNo = 2; std::getline(f, line); ++lineNo) {
         if (line.empty() || line == "\r") continue;
@@ -90,10 +105,11 @@ bool readReference(const std::string& path, std::map<int64_t, RateReference>& ou
         for (const auto& [col, series] : {std::pair<int, std::vector<double>*>{heart, &r.heart}, {breath, &r.breath}}) {
             if (col < 0 || cell(col).empty()) continue;
             double v = 0;
-            if (!number(cell(col), v)) {
-                error = "line " + std::to_string(lineNo) + ": rate '" + cell(col) + "' is not a number";
+            if (!number(cell(col), v) || v < 0) {
+                error = "line " + std::to_string(lineNo) + ": rate '" + cell(col) + "' is not a number of 0 or more";
                 return false;
             }
+            if (col == breath && agree >= 0 && cell(agree) != "1") continue;
             put(*series, second, v);
         }
     }

@@ -46,7 +46,7 @@ TEST(RateScoring, MissingRatesCountAsOutsideAndErrorsOnlyWhereBothExist) {
     EXPECT_DOUBLE_EQ(s.withinPercent, 3 / 5.0);  // 100, 110 and 95
 }
 
-TEST_F(ConversionTest, ReferenceCsvInBothFormsAndItsErrors) {
+TEST_F(ConversionTest, ReferenceCsvColumnsByNameAndItsErrors) {
     write("ref.csv",
           "frame,hr_ref_bpm,br_ref_bpm,br_acf_peak,br_count_bpm,br_agree\n0,,,,,0\n1,70.5,15,0.9,15,1\n"
           "2,71,16,0.9,12,0\n9,80,18,0.9,18,1\n");
@@ -60,16 +60,22 @@ TEST_F(ConversionTest, ReferenceCsvInBothFormsAndItsErrors) {
     EXPECT_TRUE(std::isnan(e.breathReference[2]));  // the estimators disagree
     EXPECT_EQ(e.notes.size(), 1u);                  // frame 9 lies beyond 5 seconds
 
-    write("two.csv", "0.5,12\n1.99,13\n");
+    // Columns by name: a heart-rate column is a heart-rate reference, whatever its neighbours.
+    write("hr.csv", "second,heart_rate\n0.5,72\n1.99,73\n");
     Evaluation t;
-    ASSERT_TRUE(readReferenceCsv(path("two.csv"), 3, t, error)) << error;
-    EXPECT_DOUBLE_EQ(t.breathReference[0], 12);
-    EXPECT_DOUBLE_EQ(t.breathReference[1], 13);
-    EXPECT_FALSE(t.haveHeart);
+    ASSERT_TRUE(readReferenceCsv(path("hr.csv"), 3, t, error)) << error;
+    EXPECT_TRUE(t.haveHeart);
+    EXPECT_FALSE(t.haveBreath);
+    EXPECT_DOUBLE_EQ(t.heartReference[0], 72);
+    EXPECT_DOUBLE_EQ(t.heartReference[1], 73);
+    EXPECT_NE(t.heart.reference.find("(heart_rate)"), std::string::npos) << t.heart.reference;
 
     write("bad.csv", "time_s,br_ref_bpm\n1,12\n2,fast\n");
     EXPECT_FALSE(readReferenceCsv(path("bad.csv"), 3, t, error));
-    EXPECT_NE(error.find("bad.csv:3: bad rate 'fast'"), std::string::npos) << error;
+    EXPECT_NE(error.find("bad.csv: line 3: rate 'fast' is not a number"), std::string::npos) << error;
+    write("none.csv", "t,rate\n1,12\n");
+    EXPECT_FALSE(readReferenceCsv(path("none.csv"), 3, t, error));
+    EXPECT_NE(error.find("none.csv: the header names the columns 't', 'rate'"), std::string::npos) << error;
 }
 
 }  // namespace

@@ -88,11 +88,16 @@ TEST_F(RecordingTest, WfdbRecordImportsReplaysAndEvaluatesAtItsRates) {
     EXPECT_NE(imp.err.find("ECG: signal 'MLII' (360 samples/s"), std::string::npos) << imp.err;
     ASSERT_EQ(std::filesystem::file_size(path("r.frames")), 90 * kFrameBytes);
 
-    // Replaying the record directly gives what replaying its import gives.
+    // Replaying the record directly gives what replaying its import gives, and says first that the
+    // record had no accelerometer (the frame file cannot know).
     const RunResult direct = run("replay " + path("r"));
     ASSERT_EQ(direct.status, 0) << direct.err;
-    EXPECT_EQ(direct.out, run("replay " + path("r.frames")).out);
-    const auto rows = lines(direct.out);
+    const std::string note =
+        "# not in this recording: accelerometer (the input held a still sensor lying on the "
+        "back); posture and movement are not measurements\n";
+    ASSERT_EQ(direct.out.rfind(note, 0), 0u) << direct.out.substr(0, 300);
+    EXPECT_EQ(direct.out.substr(note.size()), run("replay " + path("r.frames")).out);
+    const auto rows = lines(direct.out.substr(note.size()));
     ASSERT_EQ(rows.size(), 91u);
     const auto lastRow = fields(rows.back());
     EXPECT_NEAR(std::stoi(lastRow[3]), 72, 3) << rows.back();
@@ -175,7 +180,7 @@ TEST_F(RecordingTest, EdfPlusWithEcgAndRespirationReplays) {
     EXPECT_NE(r.err.find("ECG: signal 'ECG II' (256 samples/s, uV converted to mV)"), std::string::npos) << r.err;
     EXPECT_NE(r.err.find("respiration: signal 'Resp chest' (32 samples/s)"), std::string::npos) << r.err;
     const auto rows = lines(r.out);
-    ASSERT_EQ(rows.size(), 91u);
+    ASSERT_EQ(rows.size(), 92u);  // the "not in this recording: accelerometer" line, the header, 90 rows
     const auto last = fields(rows.back());
     EXPECT_NEAR(std::stoi(last[3]), 66, 3) << rows.back();
     EXPECT_NEAR(std::stoi(last[5]), 12, 2) << rows.back();
@@ -192,7 +197,78 @@ TEST_F(RecordingTest, EdfPlusWithEcgAndRespirationReplays) {
               std::string::npos)
         << bad.err;
 }
+
+// An EDF+ header with an accented name: EDFlib refuses it with "format errors" only. The tool
+// names the byte and field and reads the file with that byte as a space; a header whose number
+// field is wrong is refused naming that field.
+TEST_F(RecordingTest, EdfHeaderProblemsAreNamedAndNonAsciiTolerated) {
+    SKIP_WITHOUT_RESAMPLING();
+    const int h = edfopen_file_writeonly(path("a.edf").c_str(), EDFLIB_FILETYPE_EDFPLUS, 1);
+    ASSERT_GE(h, 0);
+    edf_set_samplefrequency(h, 0, 200);
+    edf_set_physical_maximum(h, 0, 5);
+    edf_set_physical_minimum(h, 0, -5);
+    edf_set_digital_maximum(h, 0, 32767);
+    edf_set_digital_minimum(h, 0, -32768);
+    edf_set_label(h, 0, "ECG");
+    edf_set_physical_dimension(h, 0, "mV");
+    std::vector<double> buf(200);
+    for (int sec = 0; sec < 20; ++sec) {
+        for (int i = 0; i < 200; ++i) buf[static_cast<size_t>(i)] = ecgMv(sec + i / 200.0, 70);
+        ASSERT_EQ(edfwrite_physical_samples(h, buf.data()), 0);
+    }
+    ASSERT_EQ(edfclose_file(h), 0);
+    std::string bytes = readFile(path("a.edf"));
+    bytes[20] = static_cast<char>(0xE9);  // inside the local patient identification
+    writeFile(path("b.edf"), bytes);
+    const RunResult r = run("replay " + path("b.edf") + " --out " + path("b.csv"));
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_NE(r.err.find("byte 20 (0xE9) in the local patient identification"), std::string::npos) << r.err;
+    EXPECT_NE(r.err.find("read as spaces"), std::string::npos) << r.err;
+    EXPECT_EQ(lines(readFile(path("b.csv"))).size(), 23u);  // 2 "not in this recording" notes, header, 20 rows
+    EXPECT_EQ(readFile(path("b.edf")), bytes);              // the input is left as it was
+
+    bytes.replace(236, 8, "many    ");  // the number of data records
+    writeFile(path("c.edf"), bytes);
+    const RunResult bad = run("replay " + path("c.edf") + " --out " + path("c.csv"));
+    EXPECT_EQ(bad.status, 1);
+    EXPECT_NE(bad.err.find("byte 236 (number of data records): 'many    ' is not a number"), std::string::npos)
+        << bad.err;
+    EXPECT_FALSE(std::filesystem::exists(path("c.csv")));
+}
 #endif
+
+// A record without respiration or accelerometer says so in every output: CSV comment lines, the
+// report's table and panels, and the evaluation's JSON.
+TEST_F(RecordingTest, ChannelsNotInTheRecordingAreLabelledInEveryOutput) {
+    SKIP_WITHOUT_RESAMPLING();
+    writeWfdb(40);
+    writeFile(path("e.hea"), "e 1 360 14400\nr.dat 212 200 11 1024 0 0 0 MLII\n");
+    const RunResult r = run("replay " + path("e.hea") + " --out " + path("e.csv") + " --report " + path("e.html"));
+    ASSERT_EQ(r.status, 0) << r.err;
+    const auto csv = lines(readFile(path("e.csv")));
+    ASSERT_GE(csv.size(), 3u);
+    EXPECT_EQ(csv[0].rfind("# not in this recording: respiration", 0), 0u) << csv[0];
+    EXPECT_EQ(csv[1].rfind("# not in this recording: accelerometer", 0), 0u) << csv[1];
+    EXPECT_EQ(csv[2].rfind("frame,device,", 0), 0u);
+    const std::string html = readFile(path("e.html"));
+    for (const char* series : {"breath-rate", "respiration", "posture", "movement"}) {
+        const size_t at = html.find(std::string("data-series=\"") + series + "\"");
+        ASSERT_NE(at, std::string::npos) << series;
+        const std::string plot = html.substr(at, html.find("</svg>", at) - at);
+        EXPECT_NE(plot.find("not in this recording"), std::string::npos) << series;
+    }
+    EXPECT_EQ(html.find("on the back 0:"), std::string::npos);
+
+    const RunResult ev = run("evaluate " + path("e.hea") + " --json " + path("e.json"));
+    ASSERT_EQ(ev.status, 0) << ev.err;
+    EXPECT_NE(ev.out.find("not in this recording: respiration"), std::string::npos) << ev.out;
+    const std::string json = readFile(path("e.json"));
+    EXPECT_NE(json.find("\"not_in_recording\": [\"respiration\", \"accelerometer\"]"), std::string::npos) << json;
+    const size_t br = json.find("\"breathing_rate\": [");
+    ASSERT_NE(br, std::string::npos);
+    EXPECT_EQ(json.substr(br, json.find(']', br) - br).find_first_of("0123456789"), std::string::npos);
+}
 
 TEST_F(RecordingTest, EvaluationOfRecord100ReproducesItsReferenceRates) {
     SKIP_WITHOUT_RESAMPLING();
@@ -227,7 +303,16 @@ TEST_F(RecordingTest, MeterPrintsOneJudgedRowPerScenario) {
     ASSERT_GE(rows.size(), 3u);
     const size_t scenarios = rows.size() - 3;  // header, the times legend and the summary
     EXPECT_NE(rows.back().find(" of " + std::to_string(scenarios) + " scenarios pass"), std::string::npos);
-    EXPECT_EQ(count(m.out, " pass ") + count(m.out, " FAIL "), scenarios);
+    EXPECT_EQ(count(m.out, " pass ") + count(m.out, " FAIL: "), scenarios);
+    // Columns line up (the header's "result" over every row's verdict), and a failure says why on
+    // its own row.
+    const size_t result = rows[0].find("result");
+    for (size_t i = 1; i <= scenarios; ++i) {
+        EXPECT_TRUE(rows[i].compare(result, 4, "pass") == 0 || rows[i].compare(result, 5, "FAIL:") == 0) << rows[i];
+        if (rows[i].compare(result, 5, "FAIL:") == 0) {
+            EXPECT_NE(rows[i].find_first_of("0123456789", result), std::string::npos) << rows[i];
+        }
+    }
     // A clean 80 bpm is the meter's easiest case.
     for (const std::string& r : rows) EXPECT_TRUE(r.rfind("rate 80 ", 0) != 0 || r.find(" pass ") != r.npos) << r;
     const std::string json = readFile(path("m.json"));

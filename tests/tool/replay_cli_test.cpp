@@ -81,24 +81,88 @@ TEST_F(ReplayTest, BeatsFileListsEveryConfirmedBeatBesideUnchangedResults) {
     EXPECT_EQ(std::filesystem::file_size(path("two.frames")), 2 * 60 * kFrameBytes);
 }
 
-TEST_F(ReplayTest, TruncatedFileKeepsTheCompleteFramesAndNamesTheOffset) {
+// One rule for broken frame files in every command that reads them: a file that is empty or ends
+// inside a frame is an input error with nothing written, unless --partial asks for the whole
+// frames of a file still being recorded (a warning, exit 0).
+TEST_F(ReplayTest, BrokenFrameFilesAreRefusedByEveryCommandUnlessPartial) {
     ASSERT_EQ(run("synth --minutes 1 --out " + path("s.frames")).status, 0);
     const std::string full = readFile(path("s.frames"));
     writeFile(path("cut.frames"), full.substr(0, 10 * kFrameBytes + 100));
-    const RunResult whole = run("replay " + path("s.frames"));
     const RunResult cut = run("replay " + path("cut.frames") + " --out " + path("cut.csv"));
     EXPECT_EQ(cut.status, 1);
-    EXPECT_NE(cut.err.find(path("cut.frames")), std::string::npos) << cut.err;
-    EXPECT_NE(cut.err.find("byte offset 13200"), std::string::npos) << cut.err;
-    const auto got = lines(readFile(path("cut.csv"))), all = lines(whole.out);
+    EXPECT_NE(cut.err.find(path("cut.frames") + ": 13300 bytes end inside a frame (10 whole frames of 1320 bytes, "
+                                                "then 100 bytes); nothing was analysed or written"),
+              std::string::npos)
+        << cut.err;
+    EXPECT_NE(cut.err.find("--partial"), std::string::npos) << cut.err;
+    EXPECT_FALSE(std::filesystem::exists(path("cut.csv")));
+
+    const RunResult partial = run("replay " + path("cut.frames") + " --partial --out " + path("cut.csv"));
+    EXPECT_EQ(partial.status, 0) << partial.err;
+    EXPECT_NE(partial.err.find("warning: "), std::string::npos) << partial.err;
+    const auto got = lines(readFile(path("cut.csv"))), all = lines(run("replay " + path("s.frames")).out);
     ASSERT_EQ(got.size(), 11u);
     for (size_t i = 0; i < got.size(); ++i) EXPECT_EQ(got[i], all[i]);
-    // Shorter than one record: nothing complete, the offset is 0, the header only.
+
+    // The same from standard input, where the size is only known at the end.
+    const RunResult piped = run("replay - --out " + path("p.csv") + " < " + path("cut.frames"));
+    EXPECT_EQ(piped.status, 1);
+    EXPECT_NE(piped.err.find("ends inside a frame at byte offset 13200"), std::string::npos) << piped.err;
+    EXPECT_FALSE(std::filesystem::exists(path("p.csv")));
+
+    const RunResult ev = run("evaluate " + path("cut.frames") + " --json " + path("e.json"));
+    EXPECT_EQ(ev.status, 1);
+    EXPECT_NE(ev.err.find("end inside a frame"), std::string::npos) << ev.err;
+    EXPECT_FALSE(std::filesystem::exists(path("e.json")));
+    EXPECT_EQ(run("evaluate " + path("cut.frames") + " --partial --json " + path("e.json")).status, 0);
+    EXPECT_TRUE(std::filesystem::exists(path("e.json")));
+    // publish refuses before it connects (nothing listens on this port).
+    const RunResult pub = run("publish " + path("cut.frames") + " --server nats://127.0.0.1:9");
+    if (pub.err.find("unknown command") == std::string::npos) {
+        EXPECT_EQ(pub.status, 1);
+        EXPECT_NE(pub.err.find("end inside a frame"), std::string::npos) << pub.err;
+    }
+
+    // Empty, or shorter than one frame: nothing to analyse, with or without --partial.
+    writeFile(path("empty.frames"), "");
     writeFile(path("tiny.frames"), full.substr(0, 7));
-    const RunResult tiny = run("replay " + path("tiny.frames"));
-    EXPECT_EQ(tiny.status, 1);
-    EXPECT_NE(tiny.err.find("byte offset 0"), std::string::npos) << tiny.err;
-    EXPECT_EQ(lines(tiny.out).size(), 1u);
+    for (const char* cmd : {"replay", "evaluate"}) {
+        const RunResult empty = run(std::string(cmd) + " " + path("empty.frames"));
+        EXPECT_EQ(empty.status, 1) << cmd;
+        EXPECT_NE(empty.err.find("empty file, no frames"), std::string::npos) << empty.err;
+        EXPECT_TRUE(empty.out.empty()) << cmd;
+        const RunResult tiny = run(std::string(cmd) + " --partial " + path("tiny.frames"));
+        EXPECT_EQ(tiny.status, 1) << cmd;
+        EXPECT_NE(tiny.err.find("not a frame file"), std::string::npos) << tiny.err;
+    }
+}
+
+// The reference reader is the same for replay and evaluate: a heart_rate column is scored as the
+// heart rate, and a file with no known column is refused naming what it has.
+TEST_F(ReplayTest, EvaluateScoresAHeartRateReferenceAsHeartRate) {
+    ASSERT_EQ(run("synth --minutes 1 --out " + path("s.frames")).status, 0);
+    std::string csv = "second,heart_rate\n";
+    for (int s = 0; s < 60; ++s) csv += std::to_string(s) + ",70\n";
+    writeFile(path("hr.csv"), csv);
+    const RunResult ev =
+        run("evaluate " + path("s.frames") + " --reference " + path("hr.csv") + " --json " + path("e.json"));
+    ASSERT_EQ(ev.status, 0) << ev.err;
+    const std::string json = readFile(path("e.json"));
+    EXPECT_NE(json.find("\"heart_rate\": {\"reference\": \"" + path("hr.csv") + " (heart_rate)\""), std::string::npos)
+        << json;
+    EXPECT_NE(json.find("\"seconds_with_reference\": 60"), std::string::npos) << json;
+    EXPECT_NE(json.find("\"breathing_rate\": null"), std::string::npos) << json;
+    EXPECT_EQ(
+        run("replay " + path("s.frames") + " --reference " + path("hr.csv") + " --report " + path("r.html")).status, 0);
+
+    writeFile(path("odd.csv"), "when,bpm\n0,70\n");
+    for (const char* cmd : {"evaluate", "replay"}) {
+        const RunResult r = run(std::string(cmd) + " " + path("s.frames") + " --reference " + path("odd.csv") +
+                                " --report " + path("x.html"));
+        EXPECT_EQ(r.status, 1) << cmd;
+        EXPECT_NE(r.err.find("the header names the columns 'when', 'bpm'"), std::string::npos) << r.err;
+        EXPECT_FALSE(std::filesystem::exists(path("x.html"))) << cmd;
+    }
 }
 
 TEST_F(ReplayTest, CsvHasTheDocumentedColumns) {

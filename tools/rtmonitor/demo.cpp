@@ -9,6 +9,7 @@
 
 #include "classes.h"
 #include "cli.h"
+#include "evaluation/evaluate.h"
 #include "formats/frame_file.h"
 #include "host.h"
 #include "output_file.h"
@@ -143,8 +144,8 @@ int runDemo(const std::vector<std::string>& args) {
         if (csv) writeCsvRow(csv, s, in, out, false);
 
         const int sec = static_cast<int>(s) + 1;
-        if (sec > kHeartWarmupSeconds) heart.add(out.nHeartRate, t.heartRate, 5.0);
-        if (sec > kBreathWarmupSeconds) breath.add(out.nBreathRate, t.breathRate, 3.0);
+        if (sec > kHeartWarmupSeconds) heart.add(out.nHeartRate, t.heartRate, kHeartTolerance);
+        if (sec > kBreathWarmupSeconds) breath.add(out.nBreathRate, t.breathRate, kBreathTolerance);
         const bool scored = t.posture != kPostureNotScored;
         const bool agrees = postureAgrees(t.posture, out.nPosture);
         postureScored += scored;
@@ -162,8 +163,8 @@ int runDemo(const std::vector<std::string>& args) {
     const int total = static_cast<int>(rec.frames.size());
     std::vector<std::string> summary;
     summary.push_back("Summary: " + std::to_string(total) + " s, seed " + std::to_string(r.seed));
-    summary.push_back("  heart rate     " + heart.line("beats/min", kHeartWarmupSeconds, 5.0));
-    summary.push_back("  breathing rate " + breath.line("breaths/min", kBreathWarmupSeconds, 3.0));
+    summary.push_back("  heart rate     " + heart.line("beats/min", kHeartWarmupSeconds, kHeartTolerance));
+    summary.push_back("  breathing rate " + breath.line("breaths/min", kBreathWarmupSeconds, kBreathTolerance));
     char buf[256];
     std::snprintf(buf, sizeof buf, "  heart quality  %s (1) in %d of %d s", heartStatusName(1), quality1, total);
     summary.push_back(buf);

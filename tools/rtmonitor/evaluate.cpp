@@ -25,7 +25,7 @@ namespace rtmtool {
 
 const char* const kEvaluateUsage =
     "usage: rtmonitor evaluate RECORD|FILE.frames [--annotations EXT|FILE] [--reference FILE.csv]\n"
-    "                          [--json FILE] [--report FILE.html] [--ecg LABEL] [--resp LABEL] ...\n"
+    "                          [--json FILE] [--report FILE.html] [--partial] [--ecg LABEL] ...\n"
     "\n"
     "Runs the recording through the library on a fresh device and scores, per second:\n"
     "  heart rate     against 60 / mean RR of the reference beats in the trailing 10 s (RR kept if\n"
@@ -41,17 +41,19 @@ const char* const kEvaluateUsage =
     "\n"
     "  --annotations A   reference beats: an annotation file, or its extension beside a WFDB record\n"
     "                    (default: atr when the record has one; EDF+ beat annotations are used too)\n"
-    "  --reference CSV   per-second reference rates: columns frame (or time_s) and hr_ref_bpm and/or\n"
-    "                    br_ref_bpm (rows with br_agree = 0 are left out), or two columns time,rate\n"
-    "                    holding a breathing rate; time t in seconds is scored against frame floor(t)\n"
+    "  --reference CSV   per-second reference rates, columns chosen by name: a time column (frame,\n"
+    "                    second, time or time_s; time t is scored against frame floor(t)) and a\n"
+    "                    heart-rate (hr_ref_bpm, heart_rate, hr) and/or breathing-rate column\n"
+    "                    (br_ref_bpm, breath_rate, br; rows with br_agree other than 1 left out)\n"
     "  --json FILE       the scores as JSON\n"
     "  --report FILE     an HTML page with the reference drawn over the library's rates\n"
+    "  --partial         a frame file still being recorded: evaluate its whole frames; without it a\n"
+    "                    file that is empty or ends inside a frame is an input error (exit 1)\n"
     "\n" RTM_RECORDING_OPTIONS_USAGE;
 
 namespace {
 
 constexpr double kNoRef = std::numeric_limits<double>::quiet_NaN();
-constexpr double kHeartTolerance = 5, kBreathTolerance = 2;
 constexpr double kHeartSamplesPerSecond = 200;
 
 const char* const kNoBeatByBeat = "not scored: no reference beats (give --annotations)";
@@ -77,6 +79,7 @@ int fail(const std::string& m) {
 struct EvaluationInput {
     std::string path;
     bool recording = false;
+    bool partial = false;  // --partial: a frame file may end inside a frame
     RecordSource source;
     FrameReader frames;
 };
@@ -92,6 +95,9 @@ bool openInput(EvaluationInput& in, const SourceOptions& options, std::vector<st
         for (const std::string& n : in.source.notes()) std::fprintf(stderr, "rtmonitor evaluate: %s\n", n.c_str());
         return true;
     }
+    std::string warning;
+    if (!checkFrameFile(in.path, in.partial, warning, error)) return false;
+    if (!warning.empty()) std::fprintf(stderr, "rtmonitor evaluate: warning: %s\n", warning.c_str());
     if (in.frames.open(in.path)) return true;
     error = in.path + ": cannot open: " + in.frames.error();
     return false;
@@ -121,8 +127,12 @@ bool findAnnotations(const ParsedArgs& p, const EvaluationInput& in, std::string
 bool nextFrame(EvaluationInput& in, Evaluation& e, ParamsIn& frame, std::string& error) {
     if (in.recording) return in.source.next(frame, error);
     const FrameReader::Result r = in.frames.next(frame);
-    if (r == FrameReader::Result::Incomplete)
-        e.notes.push_back("the file ends inside a frame; the complete frames before it were evaluated");
+    // A file of known size was checked before; this is a stream that ended inside a frame.
+    if (r == FrameReader::Result::Incomplete && in.partial)
+        e.notes.push_back("the input ends inside a frame; --partial: its whole frames were evaluated");
+    else if (r == FrameReader::Result::Incomplete)
+        error = in.path + ": ends inside a frame at byte offset " + std::to_string(in.frames.offset()) +
+                "; nothing was written. For input still being recorded, --partial evaluates its whole frames";
     if (r == FrameReader::Result::Error) error = in.path + ": read error: " + in.frames.error();
     return r == FrameReader::Result::Frame;
 }
@@ -170,6 +180,8 @@ bool analyse(EvaluationInput& in, Evaluation& e, std::vector<DetectedBeat>& dete
         error = in.path + ": no frames to evaluate";
         return false;
     }
+    if (in.recording && in.source.respirationSubstituted()) e.notInRecording.push_back("respiration");
+    if (in.recording && in.source.accelerometerSubstituted()) e.notInRecording.push_back("accelerometer");
     if (otherDevices > 0)
         e.notes.push_back(std::to_string(otherDevices) + " frames of devices other than the first (" +
                           std::to_string(firstDevice) + ") were left out");
@@ -269,7 +281,7 @@ int runEvaluate(const std::vector<std::string>& args) {
     static const CommandSpec kCommand{"evaluate",
                                       kEvaluateUsage,
                                       {withRecordingOptions({"--annotations", "--reference", "--json", "--report"}),
-                                       {},
+                                       {"--partial"},
                                        1,
                                        1,
                                        "no recording given",
@@ -282,6 +294,7 @@ int runEvaluate(const std::vector<std::string>& args) {
     if (!sourceOptionsFrom(p.values, options, error)) return usageError("evaluate", error, kEvaluateUsage);
     EvaluationInput in;
     in.path = p.positional[0];
+    in.partial = p.has("--partial");
     std::vector<std::pair<std::string, std::string>> outputs;
     for (const char* o : {"--json", "--report"})
         if (p.values.count(o)) outputs.emplace_back(o, p.value(o));

@@ -55,6 +55,19 @@ double movementMean(const ParamsOut& out) {
 
 int movementMax(const ParamsOut& out) { return *std::max_element(std::begin(out.nMovement), std::end(out.nMovement)); }
 
+void writeCsvNotInRecording(std::FILE* f, bool respiration, bool accelerometer) {
+    if (respiration)
+        std::fputs(
+            "# not in this recording: respiration (the input held a flat substitute); breath_rate and "
+            "breath_state are not measurements\n",
+            f);
+    if (accelerometer)
+        std::fputs(
+            "# not in this recording: accelerometer (the input held a still sensor lying on the back); "
+            "posture and movement are not measurements\n",
+            f);
+}
+
 void writeCsvHeader(std::FILE* f, bool waves) {
     std::fputs(
         "frame,device,seq,heart_rate,heart_status,breath_rate,breath_state,posture,"

@@ -39,6 +39,10 @@ private:
 // CSV with one row per analysed frame. `waves` adds the 200 display ECG values, both 25-value
 // respiration display channels and the 25 movement values.
 void writeCsvHeader(std::FILE* f, bool waves);
+// Comment lines ("# not in this recording: ...") written before the header when a recording had
+// no respiration or no accelerometer channel, so the columns from the substitute are not taken
+// for measurements (read with a comment character of '#').
+void writeCsvNotInRecording(std::FILE* f, bool respiration, bool accelerometer);
 void writeCsvRow(std::FILE* f, uint64_t frameIndex, const ParamsIn& in, const ParamsOut& out, bool waves);
 
 // CSV with one row per confirmed beat: device, frame (the row of the frame that reported it),

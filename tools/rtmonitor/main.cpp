@@ -39,7 +39,7 @@ const char* const kSynthUsage =
 
 const char* const kReplayUsage =
     "usage: rtmonitor replay FILE.frames|RECORD [--out RESULTS.csv] [--waves] [--report FILE.html]\n"
-    "                        [--at SECONDS] [--reference REF.csv] [--beats BEATS.csv]\n"
+    "                        [--at SECONDS] [--reference REF.csv] [--beats BEATS.csv] [--partial]\n"
     "\n"
     "Runs every frame of a frame file (- reads standard input) through the library (a device is\n"
     "given its own analysis state when it first appears) and writes one CSV row per frame: frame,device,seq,\n"
@@ -47,7 +47,8 @@ const char* const kReplayUsage =
     "A recording (.hea, .edf, .bdf) is converted as `rtmonitor import` does, with its options\n"
     "--ecg, --resp, --acc, --device.\n"
     "Outputs are checked before the replay starts, never overwrite the input, and appear only\n"
-    "when complete. A file that does not look like a recording draws a warning.\n"
+    "when complete. A file that does not look like a recording draws a warning. An empty file, or\n"
+    "one that ends inside a frame, is an input error (exit 1, nothing written).\n"
     "\n"
     "  --out FILE        write the CSV there instead of standard output\n"
     "  --waves           add the waveform columns heart_wave_0..199, breath_display1_0..24,\n"
@@ -60,7 +61,8 @@ const char* const kReplayUsage =
     "  --at SECONDS      start of the waveform stretch in the report (default 60)\n"
     "  --reference FILE  reference rates drawn over the library's in the report: CSV with a time\n"
     "                    column (frame, second, time or time_s), hr_ref_bpm/heart_rate/hr and/or\n"
-    "                    br_ref_bpm/breath_rate/br, optionally device\n";
+    "                    br_ref_bpm/breath_rate/br, optionally device\n"
+    "  --partial         a file still being recorded: analyse its whole frames, warn about the rest\n";
 
 namespace {
 

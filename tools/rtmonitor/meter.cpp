@@ -61,7 +61,14 @@ struct Outcome {
     double reading = 0;
     double time1 = -1, time2 = -1;  // response times, -1 = not reached
     bool pass = false;
+    std::string reason;  // why it failed, shown on its row
 };
+
+std::string num(double v) {
+    char b[32];
+    std::snprintf(b, sizeof b, "%g", v);
+    return b;
+}
 
 double tolerance(double rate) { return std::max(0.1 * rate, 5.0); }
 
@@ -138,29 +145,35 @@ double responseTime(const std::vector<int>& rates, double from, const std::funct
     return -1;
 }
 
+// "" when `t` is within the response limit, else what went wrong.
+std::string lateness(const char* what, double t) {
+    if (t < 0) return std::string(what) + " never";
+    if (t > kResponseLimitSeconds)
+        return std::string(what) + " " + num(t) + " s > " + num(kResponseLimitSeconds) + " s";
+    return "";
+}
+
 Outcome judge(const Scenario& s, const std::vector<int>& rates) {
     Outcome o;
     o.reading = medianOfLast(rates, static_cast<size_t>(kReadingWindowSeconds));
-    o.pass = within(o.reading, s.expected);
+    std::vector<std::string> wrong;
+    if (!within(o.reading, s.expected)) wrong.push_back("reading " + num(o.reading) + " off " + num(s.expected));
     if (s.kind == Kind::Step) {
         o.time1 = responseTime(rates, s.eventAt, [&](int r) { return r > 0 && within(r, s.expected); });
-        o.pass = o.pass && o.time1 >= 0 && o.time1 <= kResponseLimitSeconds;
+        wrong.push_back(lateness("response", o.time1));
     } else if (s.kind == Kind::Asystole) {
         const std::vector<int> untilResume(
             rates.begin(),
             rates.begin() + static_cast<long>(std::min<size_t>(rates.size(), static_cast<size_t>(s.resumeAt))));
         o.time1 = responseTime(untilResume, s.eventAt, [](int r) { return r == 0; });
         o.time2 = responseTime(rates, s.resumeAt, [&](int r) { return r > 0 && within(r, s.expected); });
-        o.pass = o.pass && o.time1 >= 0 && o.time1 <= kResponseLimitSeconds && o.time2 >= 0 &&
-                 o.time2 <= kResponseLimitSeconds;
+        wrong.push_back(lateness("to 0", o.time1));
+        wrong.push_back(lateness("recovery", o.time2));
     }
+    for (const std::string& w : wrong)
+        if (!w.empty()) o.reason += (o.reason.empty() ? "" : "; ") + w;
+    o.pass = o.reason.empty();
     return o;
-}
-
-std::string num(double v) {
-    char b[32];
-    std::snprintf(b, sizeof b, "%g", v);
-    return b;
 }
 
 std::vector<Scenario> scenarios() {
@@ -283,6 +296,46 @@ std::string jsonText(const std::string& s) {
     return r + "\"";
 }
 
+std::vector<std::string> tableRow(const Scenario& s, const Outcome& o) {
+    std::string times = "-";
+    auto t = [](double v) { return v < 0 ? std::string("never") : num(v); };
+    if (s.kind == Kind::Step) times = t(o.time1);
+    if (s.kind == Kind::Asystole) times = t(o.time1) + "/" + t(o.time2);
+    const std::string tol = s.expected == 0 ? "=0" : num(tolerance(s.expected));
+    return {s.name, num(s.expected), num(o.reading), tol, times, o.pass ? "pass" : "FAIL: " + o.reason, s.waveform};
+}
+
+std::string jsonRow(const Scenario& s, const Outcome& o) {
+    std::ostringstream json;
+    json << "{\"name\": " << jsonText(s.name) << ", \"waveform\": " << jsonText(s.waveform)
+         << ", \"expected_bpm\": " << num(s.expected) << ", \"reading_bpm\": " << num(o.reading)
+         << ", \"tolerance_bpm\": " << (s.expected == 0 ? "0" : num(tolerance(s.expected)));
+    if (s.kind == Kind::Step) json << ", \"response_s\": " << (o.time1 < 0 ? "null" : num(o.time1));
+    if (s.kind == Kind::Asystole)
+        json << ", \"time_to_zero_s\": " << (o.time1 < 0 ? "null" : num(o.time1))
+             << ", \"time_to_recover_s\": " << (o.time2 < 0 ? "null" : num(o.time2));
+    json << ", \"pass\": " << (o.pass ? "true" : "false");
+    if (!o.pass) json << ", \"reason\": " << jsonText(o.reason);
+    json << "}";
+    return json.str();
+}
+
+// Left-aligned text columns, numbers right-aligned; the last column unpadded.
+void printTable(const std::vector<std::vector<std::string>>& rows) {
+    std::vector<size_t> width(rows[0].size(), 0);
+    for (const auto& r : rows)
+        for (size_t c = 0; c < r.size(); ++c) width[c] = std::max(width[c], r[c].size());
+    for (const auto& r : rows) {
+        std::string line;
+        for (size_t c = 0; c < r.size(); ++c) {
+            const std::string pad(width[c] - r[c].size(), ' ');
+            const bool right = c >= 1 && c <= 4;
+            line += c + 1 == r.size() ? r[c] : (right ? pad + r[c] : r[c] + pad) + "  ";
+        }
+        std::printf("%s\n", line.c_str());
+    }
+}
+
 }  // namespace
 
 int runMeter(const std::vector<std::string>& args) {
@@ -304,30 +357,19 @@ int runMeter(const std::vector<std::string>& args) {
     const std::vector<Scenario> list = scenarios();
     std::ostringstream json;
     json << "{\n  \"tolerance\": \"max(10 %, 5 bpm)\",\n  \"scenarios\": [";
-    std::printf("%-32s %8s %8s %8s %9s  %-6s %s\n", "scenario", "expected", "reading", "tol", "times s", "result",
-                "waveform");
+    // Rows are gathered first so each column is as wide as its widest entry.
+    std::vector<std::vector<std::string>> rows{
+        {"scenario", "expected", "reading", "tol", "times s", "result", "waveform"}};
     int passed = 0;
     for (size_t i = 0; i < list.size(); ++i) {
         const Scenario& s = list[i];
         const std::vector<int> rates = runThroughLibrary(s, kFirstMeterDevice + static_cast<int32_t>(i));
         const Outcome o = judge(s, rates);
         passed += o.pass ? 1 : 0;
-        std::string times = "-";
-        auto t = [](double v) { return v < 0 ? std::string("never") : num(v); };
-        if (s.kind == Kind::Step) times = t(o.time1);
-        if (s.kind == Kind::Asystole) times = t(o.time1) + "/" + t(o.time2);
-        const std::string tol = s.expected == 0 ? "=0" : num(tolerance(s.expected));
-        std::printf("%-32s %8s %8s %8s %9s  %-6s %s\n", s.name.c_str(), num(s.expected).c_str(), num(o.reading).c_str(),
-                    tol.c_str(), times.c_str(), o.pass ? "pass" : "FAIL", s.waveform.c_str());
-        json << (i ? "," : "") << "\n    {\"name\": " << jsonText(s.name) << ", \"waveform\": " << jsonText(s.waveform)
-             << ", \"expected_bpm\": " << num(s.expected) << ", \"reading_bpm\": " << num(o.reading)
-             << ", \"tolerance_bpm\": " << (s.expected == 0 ? "0" : num(tolerance(s.expected)));
-        if (s.kind == Kind::Step) json << ", \"response_s\": " << (o.time1 < 0 ? "null" : num(o.time1));
-        if (s.kind == Kind::Asystole)
-            json << ", \"time_to_zero_s\": " << (o.time1 < 0 ? "null" : num(o.time1))
-                 << ", \"time_to_recover_s\": " << (o.time2 < 0 ? "null" : num(o.time2));
-        json << ", \"pass\": " << (o.pass ? "true" : "false") << "}";
+        rows.push_back(tableRow(s, o));
+        json << (i ? "," : "") << "\n    " << jsonRow(s, o);
     }
+    printTable(rows);
     std::printf("times: rate steps, seconds to the new rate; asystole, seconds to read 0 / to recover (limits %g s)\n",
                 kResponseLimitSeconds);
     std::printf("%d of %zu scenarios pass\n", passed, list.size());

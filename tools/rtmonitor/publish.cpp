@@ -20,7 +20,7 @@
 namespace rtmtool {
 
 const char* const kPublishUsage =
-    "usage: rtmonitor publish FILE.frames|RECORD [--rate real|max] [--server URL] [--copies K]\n"
+    "usage: rtmonitor publish FILE.frames|RECORD [--rate real|max] [--server URL] [--copies K] [--partial]\n"
     "                         [--ecg LABEL] [--resp LABEL] [--acc X,Y,Z] [--device ID]\n"
     "\n"
     "Sends every frame of a frame file or a recording to the rtmonitor worker service: frame by frame on\n"
@@ -33,6 +33,8 @@ const char* const kPublishUsage =
     "  --server URL      NATS server (default nats://127.0.0.1:4222)\n"
     "  --copies K        send the recording as K devices per device of the file, 1..100000:\n"
     "                    copy c of device d has id d + 1000000*c (default 1)\n"
+    "  --partial         a frame file still being recorded: send its whole frames; without it a file\n"
+    "                    that is empty or ends inside a frame is an input error (exit 1, nothing sent)\n"
     "\n" RTM_RECORDING_OPTIONS_USAGE;
 
 const char* const kSubscribeUsage =
@@ -214,8 +216,16 @@ private:
     std::map<int32_t, std::pair<uint64_t, double> > paced_;  // per device: frames so far, phase
 };
 
-// How the file ended, as the exit status; a truncated or unreadable file is an input error.
-int endStatus(FrameReader::Result r, const FrameReader& reader, const std::string& path) {
+// How the file ended, as the exit status; a truncated (unless --partial) or unreadable file is an
+// input error. A file of known size was checked before anything was sent; this catches a stream.
+int endStatus(FrameReader::Result r, const FrameReader& reader, const std::string& path, bool partial) {
+    if (r == FrameReader::Result::Incomplete && partial) {
+        std::fprintf(stderr,
+                     "rtmonitor publish: warning: %s: ends inside a frame at byte %" PRIu64
+                     "; --partial: its whole frames were sent\n",
+                     path.c_str(), reader.offset());
+        return kExitOk;
+    }
     if (r == FrameReader::Result::Incomplete) {
         std::fprintf(stderr, "rtmonitor publish: %s: ends inside a frame at byte %" PRIu64 "; that part was not sent\n",
                      path.c_str(), reader.offset());
@@ -232,7 +242,7 @@ int publishFrames(const std::vector<std::string>& args) {
     static const CommandSpec kCommand{"publish",
                                       kPublishUsage,
                                       {withRecordingOptions({"--rate", "--server", "--copies"}),
-                                       {},
+                                       {"--partial"},
                                        1,
                                        1,
                                        "no frame file or recording given",
@@ -265,6 +275,13 @@ int publishFrames(const std::vector<std::string>& args) {
         framePath = converted.path();
     }
 
+    const bool partial = p.has("--partial");
+    std::string warning;
+    if (framePath == path && !checkFrameFile(path, partial, warning, error)) {
+        std::fprintf(stderr, "rtmonitor publish: %s\n", error.c_str());
+        return kExitInput;
+    }
+    if (!warning.empty()) std::fprintf(stderr, "rtmonitor publish: warning: %s\n", warning.c_str());
     FrameReader reader;
     if (!reader.open(framePath)) {
         std::fprintf(stderr, "rtmonitor publish: %s: cannot open: %s\n", path.c_str(), reader.error().c_str());
@@ -292,7 +309,7 @@ int publishFrames(const std::vector<std::string>& args) {
     const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     std::fprintf(stderr, "rtmonitor publish: %" PRIu64 " frames stored in %.1f s (%.0f frames/s)\n", sender.frames(),
                  seconds, seconds > 0 ? static_cast<double>(sender.frames()) / seconds : 0.0);
-    return endStatus(r, reader, path);
+    return endStatus(r, reader, path, partial);
 }
 
 int subscribeResults(const std::vector<std::string>& args) {

@@ -1,8 +1,10 @@
 // The `replay` command: every complete frame of a frame file through the library, in file order,
 // one CSV row each, plus an optional HTML report and an optional CSV of the confirmed beats.
 // Outputs are checked before the replay starts and written through temporary files, so the input
-// is never overwritten and a failure leaves no partial file. Input problems (unreadable, empty, truncated, too many
-// devices) are reported with the byte offset concerned and exit status 1, after all complete frames before the problem
+// is never overwritten and a failure leaves no partial file. An empty file, or one that ends
+// inside a frame, is an input error (exit 1, nothing written) unless --partial asks for the whole
+// frames of a file still being recorded. Other input problems (a read error, too many devices)
+// are reported with the byte offset concerned and exit status 1, after the frames before them
 // have been analysed and written; a file that does not look like frames draws warnings.
 #include <cinttypes>
 #include <cmath>
@@ -41,6 +43,9 @@ struct ReplayJob {
     bool waves = false, toFile = false, wantReport = false, wantBeats = false;
     std::vector<std::pair<std::string, std::string>> outputs;
     std::vector<std::string> inputs;
+    bool noRespiration = false, noAccelerometer = false;  // a recording without these channels
+    bool partial = false;                                 // --partial
+    std::string warning;                                  // what --partial left out
 };
 
 // Opens the frames to replay: a recording is converted into a temporary frame file first, then
@@ -52,6 +57,8 @@ bool openFrames(ReplayJob& job, const SourceOptions& options, TemporaryFrames& c
     if (recording) {
         RecordSource source;
         if (!source.open(job.path, options, error)) return false;
+        job.noRespiration = source.respirationSubstituted();
+        job.noAccelerometer = source.accelerometerSubstituted();
         const std::vector<std::string> files = source.reader().inputFiles();
         job.inputs.insert(job.inputs.end(), files.begin(), files.end());
         if (!checkOutputs(job.inputs, job.outputs, error)) {
@@ -61,6 +68,7 @@ bool openFrames(ReplayJob& job, const SourceOptions& options, TemporaryFrames& c
         if (!converted.write(source, job.path, error)) return false;
         framePath = converted.path();
     }
+    if (!recording && !checkFrameFile(job.path, job.partial, job.warning, error)) return false;
     if (!reader.open(framePath)) {
         error = job.shownPath + ": cannot open: " + reader.error();
         return false;
@@ -74,18 +82,28 @@ bool openFrames(ReplayJob& job, const SourceOptions& options, TemporaryFrames& c
 
 struct ReplayCounts {
     uint64_t frames = 0, analysed = 0, skipped = 0;
+    bool unusable = false;  // empty, or ending inside a frame without --partial: nothing is written
 };
 
 // The problem that ends the replay at `offset` (read error, truncation, empty file), if any.
-void noteEnd(FrameReader::Result r, const FrameReader& reader, uint64_t offset, const ReplayJob& job,
-             const ReplayCounts& n, std::vector<std::string>& problems) {
+// A file of known size was checked before it was opened; this catches a stream (standard input).
+void noteEnd(FrameReader::Result r, const FrameReader& reader, uint64_t offset, ReplayJob& job, ReplayCounts& n,
+             std::vector<std::string>& problems) {
     const std::string before = "; the " + std::to_string(n.frames) + " complete frames before it were replayed";
-    if (r == FrameReader::Result::End && n.frames == 0)
-        problems.push_back(job.shownPath + ": empty file, no frames to replay");
-    if (r == FrameReader::Result::Incomplete)
-        problems.push_back(job.shownPath + ": incomplete record at byte offset " + std::to_string(offset) + " (" +
-                           std::to_string(reader.partialBytes()) + " of " + std::to_string(kFrameBytes) + " bytes)" +
-                           before);
+    if (r == FrameReader::Result::End && n.frames == 0) {
+        problems.push_back(job.shownPath + ": empty, no frames; nothing was written");
+        n.unusable = true;
+    }
+    const std::string inside = job.shownPath + ": ends inside a frame at byte offset " + std::to_string(offset) + " (" +
+                               std::to_string(reader.partialBytes()) + " of " + std::to_string(kFrameBytes) + " bytes)";
+    if (r == FrameReader::Result::Incomplete && job.partial) {
+        job.warning = inside + "; --partial: the " + std::to_string(n.frames) + " whole frames were replayed";
+    } else if (r == FrameReader::Result::Incomplete) {
+        problems.push_back(inside +
+                           "; nothing was written. For input still being recorded, --partial replays its "
+                           "whole frames");
+        n.unusable = true;
+    }
     if (r == FrameReader::Result::Error)
         problems.push_back(job.shownPath + ": read error at byte offset " + std::to_string(offset) + ": " +
                            reader.error() + before);
@@ -101,8 +119,8 @@ void passBeats(const ReplayJob& job, const Host& host, size_t device, uint64_t f
 }
 
 // Every complete frame through the library, one CSV row each (and into the report).
-ReplayCounts replayFrames(FrameReader& reader, const ReplayJob& job, std::FILE* csv, std::FILE* beatsCsv,
-                          Report& report, Host& host, FrameDoubts& doubts, std::vector<std::string>& problems) {
+ReplayCounts replayFrames(FrameReader& reader, ReplayJob& job, std::FILE* csv, std::FILE* beatsCsv, Report& report,
+                          Host& host, FrameDoubts& doubts, std::vector<std::string>& problems) {
     Progress progress("replaying " + job.shownPath, reader.size());
     ReplayCounts n;
     ParamsIn in;
@@ -141,6 +159,10 @@ ReplayCounts replayFrames(FrameReader& reader, const ReplayJob& job, std::FILE* 
 // status: the file was read as asked, it may just not be frames.
 void reportFindings(const ReplayJob& job, const FrameDoubts& doubts, const std::vector<std::string>& problems,
                     Report& report) {
+    if (!job.warning.empty()) {
+        std::fprintf(stderr, "rtmonitor replay: warning: %s\n", job.warning.c_str());
+        report.addNote("warning: " + job.warning);
+    }
     for (const std::string& d : doubts.findings()) {
         const std::string m = "warning: " + job.shownPath + " does not look like a frame file: " + d;
         std::fprintf(stderr, "rtmonitor replay: %s\n", m.c_str());
@@ -169,7 +191,7 @@ int runReplay(const std::vector<std::string>& args) {
     static const CommandSpec kCommand{"replay",
                                       kReplayUsage,
                                       {withRecordingOptions({"--out", "--report", "--at", "--reference", "--beats"}),
-                                       {"--waves"},
+                                       {"--waves", "--partial"},
                                        1,
                                        1,
                                        "no frame file given",
@@ -185,6 +207,7 @@ int runReplay(const std::vector<std::string>& args) {
     job.path = p.positional[0];
     job.shownPath = job.path == "-" ? "standard input" : job.path;
     job.waves = p.has("--waves");
+    job.partial = p.has("--partial");
     job.toFile = p.has("--out");
     job.wantReport = p.has("--report");
     job.wantBeats = p.has("--beats");
@@ -214,6 +237,7 @@ int runReplay(const std::vector<std::string>& args) {
         if (!csvFile.open(p.value("--out"), error)) return fail(p.value("--out") + ": cannot write: " + error);
         csv = csvFile.file();
     }
+    writeCsvNotInRecording(csv, job.noRespiration, job.noAccelerometer);
     writeCsvHeader(csv, job.waves);
     OutputFile beatsFile;
     if (job.wantBeats) {
@@ -222,12 +246,14 @@ int runReplay(const std::vector<std::string>& args) {
     }
 
     Report report("rtmonitor replay: " + job.shownPath, at);
+    report.setNotInRecording(job.noRespiration, job.noAccelerometer);
     Host host;
     FrameDoubts doubts;
     std::vector<std::string> problems;
     const ReplayCounts n = replayFrames(reader, job, csv, beatsFile.file(), report, host, doubts, problems);
     status = problems.empty() ? kExitOk : kExitInput;
     reportFindings(job, doubts, problems, report);
+    if (n.unusable) return status;  // the outputs are dropped unwritten
     if (job.toFile) {
         if (!csvFile.commit(error)) status = fail(p.value("--out") + ": " + error);
     } else if (!finishStandardOutput(error)) {

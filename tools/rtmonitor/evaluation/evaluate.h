@@ -29,6 +29,10 @@ struct RateScore {
 // `library` holds the library's rate per second (0 = none), `reference` the reference (NaN = none).
 RateScore scoreRates(const std::vector<double>& library, const std::vector<double>& reference, double absTolerance);
 
+// The "within" tolerance of each quantity, the same in `demo`, `evaluate` and docs/accuracy.md.
+constexpr double kHeartTolerance = 5;   // beats/min
+constexpr double kBreathTolerance = 2;  // breaths/min
+
 struct Evaluation {
     std::string record;
     size_t frames = 0;
@@ -40,6 +44,9 @@ struct Evaluation {
     std::string beatsReference;  // where they came from
     std::string beatByBeat;      // why beat-by-beat scoring is not done
     std::vector<std::string> notes;
+    // Channels the recording did not have ("respiration", "accelerometer"): their per-second
+    // results are written as null, not as measurements.
+    std::vector<std::string> notInRecording;
 };
 
 // Fills e.heartReference / e.breathReference (one entry per second of `seconds`) from a CSV with

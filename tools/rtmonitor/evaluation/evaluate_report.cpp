@@ -114,7 +114,12 @@ std::string evaluationHtml(const Evaluation& e) {
       << "</head><body>\n<h1>rtmonitor evaluate: " << escapeHtml(e.record) << "</h1>\n<pre>"
       << escapeHtml(evaluationTable(e)) << "</pre>\n";
     if (e.haveHeart) o << section("Heart rate", e.heart, e.heartRate, e.heartReference, "bpm");
-    if (e.haveBreath) o << section("Breathing rate", e.breath, e.breathRate, e.breathReference, "/min");
+    const bool noBreath =
+        std::find(e.notInRecording.begin(), e.notInRecording.end(), "respiration") != e.notInRecording.end();
+    if (noBreath)
+        o << "<h2>Breathing rate</h2>\n<p class=\"not-in-recording\">not in this recording: no respiration "
+          << "signal, so no breathing rate was measured</p>\n";
+    else if (e.haveBreath) o << section("Breathing rate", e.breath, e.breathRate, e.breathReference, "/min");
     o << "</body></html>\n";
     return o.str();
 }

@@ -7,9 +7,11 @@
 #include <cstdlib>
 #include <fstream>
 #include <limits>
+#include <map>
 #include <sstream>
 
 #include "evaluate.h"
+#include "formats/reference.h"
 
 namespace rtmtool {
 namespace {
@@ -19,22 +21,6 @@ constexpr double kHrWindowSeconds = 10, kMinRr = 0.2, kMaxRr = 3.0;
 const char* const kBeatTypesNote =
     "not scored: the analyser types every beat 4 (artefact) in running operation, so the type "
     "carries no rhythm information";
-
-std::vector<std::string> splitCsv(const std::string& line) {
-    std::vector<std::string> r(1);
-    for (char c : line) {
-        if (c == ',') r.emplace_back();
-        else if (c != '\r' && c != '"') r.back() += c;
-    }
-    return r;
-}
-
-bool number(const std::string& t, double& v) {
-    if (t.empty()) return false;
-    char* end = nullptr;
-    v = std::strtod(t.c_str(), &end);
-    return end == t.c_str() + t.size() && std::isfinite(v);
-}
 
 std::string jsonString(const std::string& s) {
     std::string r = "\"";
@@ -136,84 +122,47 @@ std::string scoreJson(const RateScore& s) {
 }  // namespace
 
 bool readReferenceCsv(const std::string& path, size_t seconds, Evaluation& e, std::string& error) {
-    std::ifstream f(path);
-    if (!f) {
-        error = path + ": cannot open";
+    std::map<int64_t, rtmfmt::RateReference> byDevice;
+    rtmfmt::ReferenceColumns columns;
+    if (!rtmfmt::readReference(path, byDevice, error, &columns)) {
+        error = path + ": " + error;
         return false;
     }
-    std::string line;
-    if (!std::getline(f, line)) {
-        error = path + ": empty file";
-        return false;
+    // The rates for every device, else those of the one device the file names (the evaluation
+    // runs one device).
+    auto it = byDevice.find(rtmfmt::kEveryDevice);
+    if (it == byDevice.end()) {
+        it = byDevice.begin();
+        if (byDevice.size() > 1)
+            e.notes.push_back("the reference names " + std::to_string(byDevice.size()) + " devices; device " +
+                              std::to_string(it->first) + "'s rates were used");
     }
-    std::vector<std::string> head = splitCsv(line);
-    auto col = [&](const char* name) {
-        for (size_t i = 0; i < head.size(); ++i)
-            if (head[i] == name) return static_cast<int>(i);
-        return -1;
-    };
-    int timeCol = col("frame"), hrCol = col("hr_ref_bpm"), brCol = col("br_ref_bpm"), agreeCol = col("br_agree");
-    const bool byFrame = timeCol >= 0;
-    if (timeCol < 0) timeCol = col("time_s") >= 0 ? col("time_s") : col("time");
-    int lineNo = 1;
-    double v = 0;
-    if (hrCol < 0 && brCol < 0) {
-        // Two columns, time and breathing rate, with or without a header line.
-        if (head.size() < 2) {
-            error = path + ": expected columns time,rate or frame,hr_ref_bpm,br_ref_bpm";
-            return false;
-        }
-        timeCol = 0;
-        brCol = 1;
-        if (number(head[0], v)) {
-            f.clear();
-            f.seekg(0);
-            lineNo = 0;
-        }
-    } else if (timeCol < 0) {
-        error = path + ": no frame or time_s column";
-        return false;
-    }
-    e.heartReference.assign(seconds, kNoRef);
-    e.breathReference.assign(seconds, kNoRef);
-    size_t hrRows = 0, brRows = 0, outside = 0;
-    while (std::getline(f, line)) {
-        ++lineNo;
-        if (line.empty() || line == "\r") continue;
-        const std::vector<std::string> c = splitCsv(line);
-        auto cell = [&](int i) { return i >= 0 && static_cast<size_t>(i) < c.size() ? c[static_cast<size_t>(i)] : ""; };
-        double t = 0;
-        if (!number(cell(timeCol), t) || t < 0) {
-            error = path + ":" + std::to_string(lineNo) + ": bad time '" + cell(timeCol) + "'";
-            return false;
-        }
-        const size_t s = static_cast<size_t>(byFrame ? t : std::floor(t));
-        if (s >= seconds) {
-            ++outside;
-            continue;
-        }
-        for (int which = 0; which < 2; ++which) {
-            const int k = which == 0 ? hrCol : brCol;
-            if (k < 0 || cell(k).empty()) continue;
-            if (!number(cell(k), v) || v < 0) {
-                error = path + ":" + std::to_string(lineNo) + ": bad rate '" + cell(k) + "'";
-                return false;
+    const rtmfmt::RateReference& r = it->second;
+    size_t outside = 0;
+    auto take = [&](const std::vector<double>& from, std::vector<double>& to) {
+        to.assign(seconds, kNoRef);
+        size_t rows = 0;
+        for (size_t s = 0; s < from.size(); ++s) {
+            if (std::isnan(from[s])) continue;
+            if (s >= seconds) {
+                ++outside;
+                continue;
             }
-            if (which == 1 && agreeCol >= 0 && cell(agreeCol) != "1") continue;
-            (which == 0 ? e.heartReference : e.breathReference)[s] = v;
-            ++(which == 0 ? hrRows : brRows);
+            to[s] = from[s];
+            ++rows;
         }
-    }
-    if (hrRows > 0) {
+        return rows;
+    };
+    if (take(r.heart, e.heartReference) > 0) {
         e.haveHeart = true;
-        e.heart.reference = path + " (hr_ref_bpm)";
+        e.heart.reference = path + " (" + columns.heart + ")";
     }
-    if (brRows > 0) {
+    if (take(r.breath, e.breathReference) > 0) {
         e.haveBreath = true;
-        e.breath.reference = path + (agreeCol >= 0 ? " (br_ref_bpm, rows with br_agree = 1)" : " (breathing rate)");
+        e.breath.reference = path + " (" + columns.breath + (columns.agreement ? ", rows with br_agree = 1" : "") + ")";
     }
     if (outside > 0)
-        e.notes.push_back(std::to_string(outside) + " reference rows lie beyond the recording and are ignored");
+        e.notes.push_back(std::to_string(outside) + " reference values lie beyond the recording and are ignored");
     return true;
 }
 
@@ -271,6 +220,10 @@ std::string evaluationJson(const Evaluation& e) {
       << ",\n  \"heart_rate\": " << (e.haveHeart ? scoreJson(e.heart) : "null")
       << ",\n  \"breathing_rate\": " << (e.haveBreath ? scoreJson(e.breath) : "null") << ",\n  \"notes\": [";
     for (size_t i = 0; i < e.notes.size(); ++i) o << (i ? ", " : "") << jsonString(e.notes[i]);
+    o << "],\n  \"not_in_recording\": [";
+    for (size_t i = 0; i < e.notInRecording.size(); ++i) o << (i ? ", " : "") << jsonString(e.notInRecording[i]);
+    const bool noBreath =
+        std::find(e.notInRecording.begin(), e.notInRecording.end(), "respiration") != e.notInRecording.end();
     o << "],\n  \"per_second\": {";
     const std::vector<double>* columns[] = {&e.heartRate, &e.heartReference, &e.breathRate, &e.breathReference};
     const char* names[] = {"heart_rate", "heart_reference", "breathing_rate", "breathing_reference"};
@@ -278,7 +231,8 @@ std::string evaluationJson(const Evaluation& e) {
         o << (c ? ",\n    " : "\n    ") << jsonString(names[c]) << ": [";
         for (size_t s = 0; s < columns[c]->size(); ++s) {
             const double v = (*columns[c])[s];
-            o << (s ? "," : "") << (std::isnan(v) ? std::string("null") : fmt("%.2f", v));
+            const bool unmeasured = noBreath && c == 2;
+            o << (s ? "," : "") << (std::isnan(v) || unmeasured ? std::string("null") : fmt("%.2f", v));
         }
         o << "]";
     }
@@ -309,6 +263,7 @@ std::string evaluationTable(const Evaluation& e) {
     row(e.heart, e.haveHeart, "heart rate");
     row(e.breath, e.haveBreath, "breathing rate");
     o << beatsTable(e);
+    for (const std::string& n : e.notInRecording) o << "not in this recording: " << n << " (not measured)\n";
     for (const std::string& n : e.notes) o << "note: " << n << "\n";
     return o.str();
 }

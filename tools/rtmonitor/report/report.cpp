@@ -22,7 +22,7 @@ const char* const kReportSeries[7] = {"heart-rate", "breath-rate", "ecg",       
 namespace {
 
 constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
-constexpr int kWidth = 1000;
+constexpr int kWidth = 1400;  // drawn as wide as the window (the SVGs scale)
 constexpr int kLeft = 60, kRight = 20, kTop = 28, kBottom = 30;
 
 std::string escape(const std::string& s) {
@@ -61,17 +61,12 @@ std::string tickLabel(double v, double step) {
     return fmt(v, decimals);
 }
 
-// Okabe-Ito colours: told apart with every common colour-vision deficiency.
+// Line colours (the class colours live with the class names in classes.cpp).
 constexpr const char* kBlack = "#000000";
 constexpr const char* kOrange = "#E69F00";
-constexpr const char* kSky = "#56B4E9";
-constexpr const char* kGreen = "#009E73";
-constexpr const char* kYellow = "#F0E442";
 constexpr const char* kBlue = "#0072B2";
 constexpr const char* kVermillion = "#D55E00";
-constexpr const char* kPurple = "#CC79A7";
 constexpr const char* kGrey = "#999999";
-constexpr const char* kPale = "#e6e6e6";
 constexpr double kFaint = 0.3;  // opacity of rates the library did not judge
 
 struct Series {
@@ -83,16 +78,6 @@ struct Series {
     double opacity = 1.0;
 };
 
-const char* postureColor(int cls) {
-    static const char* const colors[] = {kPale,   kOrange, kSky,        kPurple, kGreen,
-                                         kYellow, kBlue,   kVermillion, kBlack,  kGrey};
-    return cls >= 0 && cls <= 9 ? colors[cls] : "#ff00ff";
-}
-const char* qualityColor(int code) { return code == 1 ? kGreen : code == 0 ? kPale : "#ff00ff"; }
-const char* breathStateColor(int code) {
-    return code == 1 ? kBlue : code == 0 ? kPale : code == 2 ? kOrange : "#ff00ff";
-}
-
 // A row of coloured runs of equal code over seconds 0..n, each with a tooltip naming it.
 struct CodeBand {
     std::string key, label;
@@ -101,7 +86,12 @@ struct CodeBand {
     size_t nameCount;
     const char* (*color)(int);
     const char* (*name)(int);
+    bool libraryCodes = true;  // false: states of the tool's own, shown by name only
 };
+
+std::string codeLabel(const CodeBand& b, int code) {
+    return b.libraryCodes && code >= 0 ? std::to_string(code) + " " + b.name(code) : std::string(b.name(code));
+}
 
 void drawRuns(std::ostringstream& o, const CodeBand& b, double y, double h, double seconds) {
     const double plotW = kWidth - kLeft - kRight;
@@ -116,16 +106,18 @@ void drawRuns(std::ostringstream& o, const CodeBand& b, double y, double h, doub
         const int code = static_cast<int>(v[a]);
         o << "<rect x=\"" << fmt(kLeft + plotW * static_cast<double>(a) / n) << "\" y=\"" << fmt(y) << "\" width=\""
           << fmt(plotW * static_cast<double>(e - a) / n) << "\" height=\"" << fmt(h) << "\" fill=\"" << b.color(code)
-          << "\"><title>" << a << "-" << e << " s: " << code << " " << b.name(code) << "</title></rect>\n";
+          << "\"><title>" << a << "-" << e << " s: " << codeLabel(b, code) << "</title></rect>\n";
         a = e;
     }
-    o << "</g>\n";
+    // An outline, so white states still show where the band is.
+    o << "<rect x=\"" << kLeft << "\" y=\"" << fmt(y) << "\" width=\"" << fmt(plotW) << "\" height=\"" << fmt(h)
+      << "\" fill=\"none\" stroke=\"#bbb\" stroke-width=\"0.5\"/>\n</g>\n";
 }
 
 // Swatches naming every code of a band's table, left to right from `x`; returns the end.
 double drawCodeLegend(std::ostringstream& o, const CodeBand& b, double x, double y) {
     for (size_t i = 0; i < b.nameCount; ++i) {
-        const std::string label = std::to_string(b.names[i].code) + " " + b.names[i].name;
+        const std::string label = codeLabel(b, b.names[i].code);
         o << "<rect x=\"" << fmt(x) << "\" y=\"" << fmt(y - 10) << "\" width=\"12\" height=\"12\" fill=\""
           << b.color(b.names[i].code) << "\" stroke=\"#888\" stroke-width=\"0.5\"/><text x=\"" << fmt(x + 16)
           << "\" y=\"" << fmt(y) << "\" class=\"l\">" << escape(label) << "</text>\n";
@@ -190,12 +182,17 @@ public:
     // The automatic axis spans at least `span`, its ends on multiples of `unit`: a small wobble
     // then looks as small as it is.
     void leastSpan(double span, double unit) { leastSpan_ = span, unit_ = unit; }
+    // The automatic axis starts at `floor` or lower, so a high rate is seen against its context.
+    void floor(double f) { floor_ = f; }
+    // A line of text beneath the band legends.
+    void footnote(std::string f) { footnote_ = std::move(f); }
 
     std::string svg() const {
         double y0 = y0_, y1 = y1_;
         if (!fixedY_) autoY(y0, y1);
         const double plotW = kWidth - kLeft - kRight, plotH = height_ - kTop - kBottom;
-        const double extra = bands_.empty() ? 0 : kBandStep * static_cast<double>(bands_.size()) + 22;
+        const double extra =
+            (bands_.empty() ? 0 : kBandStep * static_cast<double>(bands_.size()) + 22) + (footnote_.empty() ? 0 : 18);
         const double total = height_ + extra;
         auto px = [&](double x) { return kLeft + (x - x0_) / (x1_ - x0_) * plotW; };
         auto py = [&](double y) { return kTop + (1.0 - (y - y0) / (y1 - y0)) * plotH; };
@@ -226,6 +223,9 @@ public:
         }
         double lx2 = kLeft;
         for (const CodeBand& b : bands_) lx2 = drawCodeLegend(o, b, lx2, by + 10) + 20;
+        if (!footnote_.empty())
+            o << "<text x=\"" << kLeft << "\" y=\"" << fmt(by + 28) << "\" class=\"l footnote\">" << escape(footnote_)
+              << "</text>\n";
         o << "</svg>\n";
         return o.str();
     }
@@ -249,6 +249,7 @@ private:
                 lo = std::max(0.0, std::floor((mid - leastSpan_ / 2) / unit_ + 0.5) * unit_);
                 hi = std::max(hi, lo + leastSpan_);
             }
+            lo = std::min(lo, floor_);
             return;
         }
         if (hi - lo < 1e-9) lo -= 1, hi += 1;
@@ -318,8 +319,23 @@ private:
     bool fixedY_ = false;
     double emptyLo_ = 0, emptyHi_ = 1;
     double leastSpan_ = 0, unit_ = 1;
-    std::string note_;
+    double floor_ = std::numeric_limits<double>::infinity();
+    std::string note_, footnote_;
 };
+
+// A panel for a channel the recording did not have: its name and why nothing is drawn.
+std::string notInRecordingPlot(const char* series, int32_t device, const std::string& title, const std::string& why) {
+    const int height = 70;
+    std::ostringstream o;
+    o << "<svg class=\"plot not-in-recording\" data-device=\"" << device << "\" data-series=\"" << series
+      << "\" xmlns=\"http://www.w3.org/2000/svg\" width=\"" << kWidth << "\" height=\"" << height << "\" viewBox=\"0 0 "
+      << kWidth << ' ' << height << "\">\n<rect x=\"0\" y=\"0\" width=\"" << kWidth << "\" height=\"" << height
+      << "\" fill=\"#fff\"/>\n<text x=\"" << kLeft << "\" y=\"18\" class=\"t\">" << escape(title)
+      << "</text>\n<rect x=\"" << kLeft << "\" y=\"26\" width=\"" << kWidth - kLeft - kRight
+      << "\" height=\"36\" fill=\"#f2f2f2\" stroke=\"#bbb\"/>\n<text x=\"" << kLeft + 12
+      << "\" y=\"49\" class=\"n\">not in this recording: " << escape(why) << "</text>\n</svg>\n";
+    return o.str();
+}
 
 // Posture as coloured runs of equal class: one band for the library, one for the truth if any.
 std::string posturePlot(int32_t device, const std::vector<int32_t>& reported, const std::vector<int>* truth) {
@@ -367,9 +383,9 @@ std::string posturePlot(int32_t device, const std::vector<int32_t>& reported, co
 }
 
 // The ECG as on paper: 25 mm/s and 10 mm/mV on a 1 mm (40 ms, 0.1 mV) grid with 5 mm major
-// lines, in rows of five seconds. Input counts are 512 + 200 per mV.
+// lines, in rows of ten seconds. Input counts are 512 + 200 per mV.
 constexpr double kCountsPerMv = 200, kEcgZero = 512;
-constexpr int kEcgRowSeconds = 5;
+constexpr int kEcgRowSeconds = 10;
 constexpr double kPxPerMm = (kWidth - kLeft - kRight) / (kEcgRowSeconds * 25.0);
 
 double toMv(int32_t counts) { return (counts - kEcgZero) / kCountsPerMv; }
@@ -387,7 +403,7 @@ std::string beatMarks(const std::vector<double>& beats, double from, double to, 
 }
 
 std::string ecgPlot(int32_t device, const std::vector<double>& input, const std::vector<double>& display, double s0,
-                    double seconds, bool anyDisplay, const std::vector<double>& beats) {
+                    double seconds, bool anyDisplay, const std::string& caption, const std::vector<double>& beats) {
     // Rows span the stretch's range rounded out to 0.5 mV, at least 2 mV, at most 6 mV (clipped).
     double lo = 0, hi = 0;
     for (const std::vector<double>* v : {&input, &display})
@@ -398,7 +414,7 @@ std::string ecgPlot(int32_t device, const std::vector<double>& input, const std:
     if (hi - lo < 2) hi = lo + 2;
     const double rowH = (hi - lo) * 10 * kPxPerMm;
     const int rows = std::max(1, static_cast<int>(std::ceil(seconds / kEcgRowSeconds - 1e-9)));
-    const double rowStep = rowH + 22;
+    const double rowStep = rowH + 34;
     const double total = kTop + rowStep * rows + 8;
     const double delay = Report::kDisplayDelayMs / 1000.0;
     std::ostringstream o;
@@ -406,7 +422,8 @@ std::string ecgPlot(int32_t device, const std::vector<double>& input, const std:
       << "xmlns=\"http://www.w3.org/2000/svg\" width=\"" << kWidth << "\" height=\"" << fmt(total)
       << "\" viewBox=\"0 0 " << kWidth << ' ' << fmt(total) << "\">\n";
     o << "<rect x=\"0\" y=\"0\" width=\"" << kWidth << "\" height=\"" << fmt(total) << "\" fill=\"#fff\"/>\n";
-    o << "<text x=\"" << kLeft << "\" y=\"18\" class=\"t\">ECG (mV), 25 mm/s, 10 mm/mV</text>\n";
+    o << "<text x=\"" << kLeft << "\" y=\"18\" class=\"t\">ECG (mV), 25 mm/s, 10 mm/mV: " << escape(caption)
+      << "</text>\n";
     o << "<line x1=\"" << kWidth - kRight - 430 << "\" y1=\"14\" x2=\"" << kWidth - kRight - 410
       << "\" y2=\"14\" stroke=\"" << kBlack << "\" stroke-width=\"2\"/><text x=\"" << kWidth - kRight - 406
       << "\" y=\"18\" class=\"l\">input</text>\n";
@@ -435,8 +452,7 @@ std::string ecgPlot(int32_t device, const std::vector<double>& input, const std:
         for (int sec = 0; sec <= kEcgRowSeconds; ++sec)
             o << "<text y=\"" << fmt(top + rowH + 14) << "\" x=\"" << fmt(kLeft + sec * 25 * mm)
               << "\" class=\"a\" text-anchor=\"middle\">" << tickLabel(t0 + sec, 1) << "</text>\n";
-        o << "<text x=\"" << kLeft - 12 << "\" y=\"" << fmt(top + rowH + 14)
-          << "\" class=\"a\" text-anchor=\"end\">time (s)</text>\n";
+        o << "<text x=\"" << kLeft << "\" y=\"" << fmt(top + rowH + 27) << "\" class=\"a\">time (s)</text>\n";
         auto px = [&](double t) { return kLeft + (t - t0) * 25 * mm; };
         auto py = [&](double v) { return top + (hi - v) * 10 * mm; };
         auto trace = [&](const std::vector<double>& v, double shift, const char* color, double width) {
@@ -517,7 +533,68 @@ std::string clockText(size_t seconds) {
     return buf;
 }
 
+// The heart-quality band as shown: the library's flag where there is a rate, warm-up or "no rate"
+// where there is none (the library reports quality 1 before its first rate).
+std::vector<int32_t> heartBand(const std::vector<int32_t>& rate, const std::vector<int32_t>& quality) {
+    std::vector<int32_t> r(rate.size());
+    bool rated = false;
+    for (size_t i = 0; i < rate.size(); ++i) {
+        rated = rated || rate[i] > 0;
+        r[i] = rate[i] > 0 ? quality[i] : rated ? kShownNoRate : kShownWarmUp;
+    }
+    return r;
+}
+
+// The respiration band as shown: warm-up until the first rate; "regular" never without a rate.
+std::vector<int32_t> breathBand(const std::vector<int32_t>& rate, const std::vector<int32_t>& state) {
+    std::vector<int32_t> r(rate.size());
+    bool rated = false;
+    for (size_t i = 0; i < rate.size(); ++i) {
+        rated = rated || rate[i] > 0;
+        if (rate[i] > 0 || state[i] == 2) r[i] = state[i];
+        else r[i] = rated ? 0 : kShownWarmUp;
+    }
+    return r;
+}
+
+std::vector<int32_t> inputBand(const std::vector<int32_t>& rate, const std::vector<uint8_t>& doubt) {
+    std::vector<int32_t> r(rate.size());
+    for (size_t i = 0; i < rate.size(); ++i)
+        r[i] = !doubt[i] ? kInputFine : rate[i] > 0 ? kInputDoubtWithRate : kInputDoubtNoRate;
+    return r;
+}
+
+// A rate figure for the summary, from the judged seconds only, naming how many they were; not
+// given as the record's value when they are fewer than 10 s or a tenth of the record.
+std::string judgedFigure(const std::vector<int32_t>& rate, const std::vector<int32_t>& flag, const char* judgedAs) {
+    std::vector<int32_t> judged;
+    for (size_t i = 0; i < rate.size(); ++i)
+        if (flag[i] == 1 && rate[i] > 0) judged.push_back(rate[i]);
+    const size_t n = judged.size(), all = rate.size();
+    const std::string basis = std::to_string(n) + " s " + judgedAs;
+    if (n == 0) return std::string("none: no second ") + judgedAs;
+    if (n < 10 || n * 10 < all)
+        return "not shown: only " + basis + " (" + fmt(100.0 * static_cast<double>(n) / static_cast<double>(all), 0) +
+               " %)";
+    const auto [lo, hi] = std::minmax_element(judged.begin(), judged.end());
+    return fmt(median(judged), 0) + " /min (" + std::to_string(*lo) + "&ndash;" + std::to_string(*hi) + "), from " +
+           basis;
+}
+
 }  // namespace
+
+bool ecgInputDoubtful(const int32_t (&samples)[200]) {
+    // At 5 uV per count a live ECG never holds one value for 0.3 s; a few samples at a rail mean
+    // the front end or the conversion clipped.
+    constexpr int kRailSamples = 4, kFlatRun = 60;
+    int rail = 0, run = 1, longest = 1;
+    for (int i = 0; i < 200; ++i) {
+        if (samples[i] <= 0 || samples[i] >= 1023) ++rail;
+        run = i > 0 && samples[i] == samples[i - 1] ? run + 1 : 1;
+        longest = std::max(longest, run);
+    }
+    return rail >= kRailSamples || longest >= kFlatRun;
+}
 
 Report::Report(std::string title, int stretchStart)
     : title_(std::move(title)), stretchStart_(std::max(0, stretchStart)) {}
@@ -534,6 +611,20 @@ void Report::add(size_t device, const ParamsIn& in, const ParamsOut& out, const 
     d.posture.push_back(out.nPosture);
     d.moveMax.push_back(movementMax(out));
     d.moveMean.push_back(movementMean(out));
+    d.inputDoubt.push_back(ecgInputDoubtful(in.nHeartData) ? 1 : 0);
+    const int32_t* axes[3] = {in.nAccX, in.nAccY, in.nAccZ};
+    if (second == 0) {
+        d.resp0 = in.nBreathChan1[0];
+        for (int a = 0; a < 3; ++a) d.acc0[a] = axes[a][0];
+    }
+    for (int i = 0; i < 25; ++i) {
+        d.respVaries = d.respVaries || in.nBreathChan1[i] != d.resp0;
+        for (int a = 0; a < 3; ++a) d.accVaries = d.accVaries || axes[a][i] != d.acc0[a];
+    }
+    for (int i = 0; i < 200; ++i) {
+        d.ecgIn.push_back(static_cast<int16_t>(std::clamp(in.nHeartData[i], -32768, 32767)));
+        d.ecgOut.push_back(static_cast<int16_t>(std::clamp(out.nHeartWave[i], -32768, 32767)));
+    }
     if (truth) {
         d.hasTruth = true;
         d.hrTrue.push_back(truth->heartRate);
@@ -574,82 +665,188 @@ const Report::Reference* Report::referenceOf(int32_t deviceId) const {
     return it == references_.end() ? nullptr : &it->second;
 }
 
+std::string Report::respirationMissing(const Device& d) const {
+    if (noRespiration_) return "no respiration signal; the input held a flat substitute";
+    if (!d.respVaries && !d.hr.empty())
+        return "the respiration input is constant at " + std::to_string(d.resp0) +
+               " throughout (a substitute, or no "
+               "sensor)";
+    return "";
+}
+
+std::string Report::accelerometerMissing(const Device& d) const {
+    if (noAccelerometer_) return "no accelerometer; the input held a still sensor lying on the back";
+    if (!d.accVaries && !d.hr.empty())
+        return "the accelerometer input is constant at " + std::to_string(d.acc0[0]) + ", " +
+               std::to_string(d.acc0[1]) + ", " + std::to_string(d.acc0[2]) +
+               " throughout (a substitute, or no sensor)";
+    return "";
+}
+
 std::string Report::summaryTable() const {
     std::ostringstream o;
-    o << "<table class=\"summary-table\">\n<tr><th>device</th><th>duration</th><th>heart rate median (range)</th>"
-      << "<th>good heart quality</th><th>breathing rate median</th><th>regular breathing</th>"
-      << "<th>time in each posture</th></tr>\n";
+    o << "<table class=\"summary-table\">\n<tr><th>device</th><th>duration</th>"
+      << "<th>heart rate median (range), good-quality seconds</th><th>good heart quality</th>"
+      << "<th>ECG input clipped or flat (tool's check)</th><th>breathing rate median (range), regular seconds</th>"
+      << "<th>regular breathing</th><th>time in each posture</th></tr>\n";
     auto share = [](size_t part, size_t whole) { return whole ? fmt(100.0 * part / whole, 0) + " %" : "-"; };
+    auto notHere = [](const std::string& why) {
+        return "<td class=\"not-in-recording\" title=\"" + escape(why) + "\">not in this recording</td>";
+    };
     for (const Device& d : devices_) {
         const size_t n = d.hr.size();
-        int32_t lo = 0, hi = 0;
-        for (int32_t v : d.hr)
-            if (v > 0) lo = lo == 0 ? v : std::min(lo, v), hi = std::max(hi, v);
-        const size_t good = static_cast<size_t>(std::count(d.quality.begin(), d.quality.end(), 1));
+        const std::vector<int32_t> heart = heartBand(d.hr, d.quality);
+        const size_t good = static_cast<size_t>(std::count(heart.begin(), heart.end(), 1));
         const size_t regular = static_cast<size_t>(std::count(d.breathState.begin(), d.breathState.end(), 1));
+        const std::vector<int32_t> input = inputBand(d.hr, d.inputDoubt);
+        const size_t doubtful = n - static_cast<size_t>(std::count(input.begin(), input.end(), kInputFine));
+        const size_t doubtRated = static_cast<size_t>(std::count(input.begin(), input.end(), kInputDoubtWithRate));
         std::map<int32_t, size_t> postures;
         for (int32_t c : d.posture) ++postures[c];
         std::string inPosture;
         for (const auto& [cls, secs] : postures)
             inPosture += (inPosture.empty() ? "" : ", ") + std::string(postureName(cls)) + " " + clockText(secs);
-        const double hrMedian = median(d.hr), brMedian = median(d.br);
         o << "<tr data-device=\"" << d.id << "\"><td>" << d.id << "</td><td>" << clockText(n) << "</td><td>"
-          << (hrMedian > 0 ? fmt(hrMedian, 0) + " /min (" + std::to_string(lo) + "&ndash;" + std::to_string(hi) + ")"
-                           : std::string("none"))
-          << "</td><td>" << share(good, n) << "</td><td>"
-          << (brMedian > 0 ? fmt(brMedian, 0) + " /min" : std::string("none")) << "</td><td>" << share(regular, n)
-          << "</td><td>" << escape(inPosture) << "</td></tr>\n";
+          << judgedFigure(d.hr, d.quality, "of good quality") << "</td><td>" << share(good, n) << "</td><td>"
+          << (doubtful == 0 ? std::string("none")
+                            : std::to_string(doubtful) + " s, " + std::to_string(doubtRated) + " s of them with a rate")
+          << "</td>";
+        const std::string noResp = respirationMissing(d), noAcc = accelerometerMissing(d);
+        if (!noResp.empty()) o << notHere(noResp) << notHere(noResp);
+        else o << "<td>" << judgedFigure(d.br, d.breathState, "regular") << "</td><td>" << share(regular, n) << "</td>";
+        if (!noAcc.empty()) o << notHere(noAcc);
+        else o << "<td>" << escape(inPosture) << "</td>";
+        o << "</tr>\n";
     }
     o << "</table>\n";
     return o.str();
 }
 
-std::string Report::deviceSection(const Device& d) const {
+std::string Report::ratePlots(const Device& d) const {
     std::ostringstream o;
-    const size_t n = d.hr.size();
-    const double duration = static_cast<double>(n);
+    const double duration = static_cast<double>(d.hr.size());
     const Reference* ref = referenceOf(d.id);
-    o << "<section class=\"device\" data-device=\"" << d.id << "\">\n<h2>Device " << d.id << "</h2>\n";
-
     auto ratePlot = [&](const char* key, const char* title, const std::vector<int32_t>& rate,
-                        const std::vector<int32_t>& flag, int32_t judged, const char* color, CodeBand band,
+                        const std::vector<int32_t>& flag, const char* color, std::vector<CodeBand> bands,
                         const std::vector<double>* truth, const std::vector<double>* reference, double span,
-                        const char* none) {
+                        double floor, const char* none) {
         Plot p(key, d.id, title, "time (s)", 240);
         p.xRange(0, std::max(1.0, duration));
-        p.emptyYRange(0, span * 2);
+        p.emptyYRange(floor, floor + span * 2);
         p.leastSpan(span, 10);
+        p.floor(floor);
         p.add({"not judged", color, rateSeries(rate), 0.5, 1, false, 1.8, kFaint});
-        p.add({std::string("library, ") + band.name(judged), color, judgedSeries(rate, flag, judged), 0.5, 1, false,
-               1.8});
+        p.add({std::string("library, ") + bands[0].name(1), color, judgedSeries(rate, flag, 1), 0.5, 1, false, 1.8});
         if (truth) p.add({"generator truth", kBlack, truthSeries(*truth), 0.5, 1, true, 1.3});
         if (reference && !reference->empty()) p.add({ref->label, kBlack, truthSeries(*reference), 0.5, 1, true, 1.3});
         if (median(rate) == 0) p.note(none);
-        p.addBand(std::move(band));
-        o << p.svg();
+        for (CodeBand& b : bands) p.addBand(std::move(b));
+        return p;
     };
-    ratePlot("heart-rate", "Heart rate (beats/min)", d.hr, d.quality, 1, kVermillion,
-             {"quality", "quality", d.quality, kHeartStatusNames, 2, qualityColor, heartStatusName},
-             d.hasTruth ? &d.hrTrue : nullptr, ref ? &ref->heart : nullptr, 40, "no heart rate reported");
-    ratePlot("breath-rate", "Breathing rate (breaths/min)", d.br, d.breathState, 1, kBlue,
-             {"breath-state", "status", d.breathState, kBreathStateNames, 3, breathStateColor, breathStateName},
-             d.hasTruth ? &d.brTrue : nullptr, ref ? &ref->breath : nullptr, 20, "no breathing rate reported");
-
-    const double s0 = static_cast<double>(d.stretchFirst);
-    {
-        const size_t frames = std::min(d.stretch.size(), static_cast<size_t>(kEcgSeconds));
-        std::vector<double> in, disp;
-        bool anyOut = false;
-        for (size_t f = 0; f < frames; ++f)
-            for (int i = 0; i < 200; ++i) {
-                in.push_back(toMv(d.stretch[f].ecgIn[static_cast<size_t>(i)]));
-                disp.push_back(toMv(d.stretch[f].ecgOut[static_cast<size_t>(i)]));
-                anyOut = anyOut || d.stretch[f].ecgOut[static_cast<size_t>(i)] != 0;
-            }
-        o << ecgPlot(d.id, in, disp, s0, std::max<double>(1.0, static_cast<double>(frames)), anyOut, d.beatTimes);
+    Plot heart =
+        ratePlot("heart-rate", "Heart rate (beats/min)", d.hr, d.quality, kVermillion,
+                 {{"quality", "quality", heartBand(d.hr, d.quality), kHeartBandNames, 4, heartBandColor, heartBandName},
+                  {"input-check", "input", inputBand(d.hr, d.inputDoubt), kInputBandNames, 3, inputBandColor,
+                   inputBandName, false}},
+                 d.hasTruth ? &d.hrTrue : nullptr, ref ? &ref->heart : nullptr, 40, 40, "no heart rate reported");
+    heart.footnote(
+        "Good quality is the library's judgement of the ECG, not a check of the rate beside it. "
+        "The input row is this tool's own look at the ECG samples (clipped at 0 or 1023, or flat).");
+    o << heart.svg();
+    if (!respirationMissing(d).empty()) {
+        o << notInRecordingPlot("breath-rate", d.id, "Breathing rate (breaths/min)", respirationMissing(d));
+    } else {
+        o << ratePlot("breath-rate", "Breathing rate (breaths/min)", d.br, d.breathState, kBlue,
+                      {{"breath-state", "status", breathBand(d.br, d.breathState), kBreathBandNames, 4, breathBandColor,
+                        breathBandName}},
+                      d.hasTruth ? &d.brTrue : nullptr, ref ? &ref->breath : nullptr, 20, 0,
+                      "no breathing rate reported")
+                 .svg();
     }
-    if (!d.beatTimes.empty()) o << rrTachogram(d.id, d.beatTimes, d.beatRr, n);
-    {
+    return o.str();
+}
+
+namespace {
+
+// The second where the rate is furthest from the reference, as a strip offered to `offer`.
+template <class Offer>
+void offerReferenceDifference(const std::vector<int32_t>& hr, const std::vector<double>& ref, const std::string& label,
+                              Offer offer) {
+    size_t worstAt = 0;
+    double worst = 0;
+    for (size_t i = 0; i < hr.size() && i < ref.size(); ++i)
+        if (hr[i] > 0 && ref[i] > 0 && std::fabs(hr[i] - ref[i]) > worst)
+            worst = std::fabs(hr[i] - ref[i]), worstAt = i;
+    if (worst > 0)
+        offer(worstAt, "largest difference from the " + label + ", " + std::to_string(hr[worstAt]) + " against " +
+                           fmt(ref[worstAt], 0) + " /min at " + std::to_string(worstAt) + " s");
+}
+
+}  // namespace
+
+// The chosen time first, then the events worth a look, each strip at most once.
+std::vector<Report::Strip> Report::ecgStrips(const Device& d) const {
+    const size_t n = d.hr.size();
+    std::vector<Strip> strips;
+    auto offer = [&](size_t at, const std::string& why) {
+        const size_t start = at >= kEcgSeconds / 2 ? at - kEcgSeconds / 2 : 0;
+        const size_t begin = n > static_cast<size_t>(kEcgSeconds) ? std::min(start, n - kEcgSeconds) : 0;
+        for (const Strip& s : strips)
+            if (begin + kEcgSeconds / 2 > s.start && begin < s.start + kEcgSeconds / 2) return;
+        if (strips.size() < static_cast<size_t>(kMaxEcgStrips)) strips.push_back({begin, why});
+    };
+    const size_t at = n > static_cast<size_t>(stretchStart_ + kEcgSeconds) ? static_cast<size_t>(stretchStart_)
+                      : n > static_cast<size_t>(kEcgSeconds)               ? n - kEcgSeconds
+                                                                           : 0;
+    strips.push_back({at, "from " + std::to_string(at) + " s (the chosen time, --at)"});
+    size_t jumpAt = 0;
+    int jump = 0;
+    for (size_t i = 1; i < n; ++i)
+        if (d.hr[i] > 0 && d.hr[i - 1] > 0 && std::abs(d.hr[i] - d.hr[i - 1]) > jump)
+            jump = std::abs(d.hr[i] - d.hr[i - 1]), jumpAt = i;
+    if (jump > 0)
+        offer(jumpAt, "largest heart-rate change, " + std::to_string(d.hr[jumpAt - 1]) + " to " +
+                          std::to_string(d.hr[jumpAt]) + " /min at " + std::to_string(jumpAt) + " s");
+    const std::vector<int32_t> input = inputBand(d.hr, d.inputDoubt);
+    for (size_t i = 0; i < n; ++i)
+        if (input[i] == kInputDoubtWithRate && (i == 0 || input[i - 1] != kInputDoubtWithRate))
+            offer(i + kEcgSeconds / 2, "rate during clipped or flat ECG input from " + std::to_string(i) + " s");
+    if (const Reference* ref = referenceOf(d.id)) offerReferenceDifference(d.hr, ref->heart, ref->label, offer);
+    // Quality drops of 3 s or more (a flickering flag is not an event), the longest first.
+    const std::vector<int32_t> heart = heartBand(d.hr, d.quality);
+    std::vector<std::pair<size_t, size_t>> drops;  // (length, start)
+    for (size_t i = 1; i < n; ++i) {
+        if (heart[i - 1] != 1 || heart[i] == 1) continue;
+        size_t e = i;
+        while (e < n && heart[e] != 1) ++e;
+        if (e - i >= 3) drops.emplace_back(e - i, i);
+    }
+    std::sort(drops.rbegin(), drops.rend());
+    for (const auto& [length, at] : drops)
+        offer(at, "heart quality drops at " + std::to_string(at) + " s for " + std::to_string(length) + " s");
+    return strips;
+}
+
+std::string Report::ecgStrip(const Device& d, const Strip& s) const {
+    const size_t n = d.hr.size();
+    const size_t frames = std::min(n - std::min(n, s.start), static_cast<size_t>(kEcgSeconds));
+    std::vector<double> in, disp;
+    bool anyOut = false;
+    for (size_t k = s.start * 200; k < (s.start + frames) * 200; ++k) {
+        in.push_back(toMv(d.ecgIn[k]));
+        disp.push_back(toMv(d.ecgOut[k]));
+        anyOut = anyOut || d.ecgOut[k] != 0;
+    }
+    return ecgPlot(d.id, in, disp, static_cast<double>(s.start), std::max<double>(1.0, static_cast<double>(frames)),
+                   anyOut, s.why, d.beatTimes);
+}
+
+std::string Report::waveformAndPosture(const Device& d) const {
+    std::ostringstream o;
+    const double s0 = static_cast<double>(d.stretchFirst);
+    if (!respirationMissing(d).empty()) {
+        o << notInRecordingPlot("respiration", d.id, "Respiration display waveforms", respirationMissing(d));
+    } else {
         Series c1{"channel 1 display", kBlue, {}, s0, 1.0 / 25, false, 1.6};
         Series c0{"channel 0 display", kOrange, {}, s0, 1.0 / 25, true, 1.4};
         bool any = false;
@@ -680,18 +877,31 @@ std::string Report::deviceSection(const Device& d) const {
         else if (!any) p.note("the library wrote no display waveform here");
         o << p.svg();
     }
-    o << posturePlot(d.id, d.posture, d.hasTruth ? &d.postureTrue : nullptr);
-    {
-        Plot p("movement", d.id, "Movement level per second (1..1023)", "time (s)", 220);
-        p.xRange(0, std::max(1.0, duration));
-        std::vector<double> mx(d.moveMax.begin(), d.moveMax.end());
-        // A device at rest reads 1 throughout; keep such a trace flat at the bottom.
-        const double top = mx.empty() ? 0.0 : *std::max_element(mx.begin(), mx.end());
-        p.yRange(0, std::max(50.0, top * 1.08));
-        p.add({"largest", kVermillion, mx, 0.5, 1, false, 1.4});
-        p.add({"mean", kBlack, d.moveMean, 0.5, 1, false, 1.2});
-        o << p.svg();
+    if (const std::string why = accelerometerMissing(d); !why.empty()) {
+        o << notInRecordingPlot("posture", d.id, "Posture class per second", why)
+          << notInRecordingPlot("movement", d.id, "Movement level per second", why);
+        return o.str();
     }
+    o << posturePlot(d.id, d.posture, d.hasTruth ? &d.postureTrue : nullptr);
+    Plot p("movement", d.id, "Movement level per second (1..1023)", "time (s)", 220);
+    p.xRange(0, std::max(1.0, static_cast<double>(d.hr.size())));
+    std::vector<double> mx(d.moveMax.begin(), d.moveMax.end());
+    // A device at rest reads 1 throughout; keep such a trace flat at the bottom.
+    const double top = mx.empty() ? 0.0 : *std::max_element(mx.begin(), mx.end());
+    p.yRange(0, std::max(50.0, top * 1.08));
+    p.add({"largest", kVermillion, mx, 0.5, 1, false, 1.4});
+    p.add({"mean", kBlack, d.moveMean, 0.5, 1, false, 1.2});
+    o << p.svg();
+    return o.str();
+}
+
+std::string Report::deviceSection(const Device& d) const {
+    std::ostringstream o;
+    o << "<section class=\"device\" data-device=\"" << d.id << "\">\n<h2>Device " << d.id << "</h2>\n";
+    o << ratePlots(d);
+    for (const Strip& s : ecgStrips(d)) o << ecgStrip(d, s);
+    if (!d.beatTimes.empty()) o << rrTachogram(d.id, d.beatTimes, d.beatRr, d.hr.size());
+    o << waveformAndPosture(d);
     o << "</section>\n";
     return o.str();
 }
@@ -701,8 +911,9 @@ std::string Report::html() const {
     o << "<!DOCTYPE html>\n<html lang=\"en\">\n<head>\n<meta charset=\"utf-8\">\n<title>" << escape(title_)
       << "</title>\n<style>\n"
       << "body{font-family:sans-serif;margin:16px;color:#222;background:#f4f4f4}\n"
-      << "section{background:#fff;border:1px solid #ccc;margin:12px 0;padding:8px 12px;width:max-content}\n"
-      << "svg.plot{display:block;margin:6px 0}\n"
+      << "section{background:#fff;border:1px solid #ccc;margin:12px 0;padding:8px 12px}\n"
+      << "svg.plot{display:block;margin:6px 0;width:100%;height:auto}\n"
+      << "td.not-in-recording{color:#777;font-style:italic}\n"
       << "svg .t{font:bold 14px sans-serif} svg .l{font:12px sans-serif} svg .a{font:11px sans-serif;fill:#555}\n"
       << "svg .n{font:14px sans-serif;fill:#777} svg .g{stroke:#e4e4e4;stroke-width:1}\n"
       << "svg .f{fill:none;stroke:#888;stroke-width:1}\n"
