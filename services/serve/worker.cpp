@@ -110,6 +110,8 @@ int Worker::run(const std::atomic<bool>& stop) {
         if (owned_.empty()) std::this_thread::sleep_for(std::chrono::milliseconds(20));
     }
     // Final snapshots, then the leases go, so a survivor takes over without waiting for them to lapse.
+    // The results still unconfirmed get one while, shared by all partitions, to be stored.
+    broker_.flush(nullptr, std::chrono::seconds(10));
     std::vector<int> mine;
     for (const auto& kv : owned_) mine.push_back(kv.first);
     for (int p : mine)
@@ -513,11 +515,10 @@ Worker::Outcome Worker::snapshotRound(Partition& part) {
     const bool dirty = std::any_of(part.devices.begin(), part.devices.end(),
                                    [](const std::pair<const int32_t, Device>& d) { return d.second.dirty; });
     if (!dirty && part.lastMsg == nullptr) return Outcome::Ok;
-    // When stopping, the results still unconfirmed get a while to be stored, so the final
-    // snapshots can cover them.
+    // When stopping, the snapshot writes get a short while each: the results had theirs already.
     const bool stopping = stop_->load();
     const std::atomic<bool>* giveUp = stopping ? nullptr : stop_;
-    const auto limit = stopping ? std::chrono::milliseconds(10000) : std::chrono::milliseconds(24 * 3600 * 1000);
+    const auto limit = stopping ? std::chrono::milliseconds(2000) : std::chrono::milliseconds(24 * 3600 * 1000);
     if (!broker_.flush(giveUp, limit)) return Outcome::Resync;
     // Every dirty device's snapshot goes out at once and the round waits once for all of them.
     // Each write is revision-checked, so a worker that lost the partition without noticing cannot
