@@ -70,30 +70,9 @@ bool Broker::connect(const std::string& url, const std::string& name) {
     return connect(o, name);
 }
 
-bool Broker::connect(const ConnectOptions& o, const std::string& name) {
-    std::vector<std::string> servers = o.servers;
-    if (servers.empty()) servers.push_back("nats://127.0.0.1:4222");
-    std::string list;
-    std::vector<const char*> urls;
-    for (const std::string& u : servers) {
-        urls.push_back(u.c_str());
-        list += (list.empty() ? "" : ", ") + u;
-    }
-    natsStatus s = natsOptions_Create(&opts_);
-    if (s == NATS_OK) s = natsOptions_SetServers(opts_, urls.data(), static_cast<int>(urls.size()));
-    if (s == NATS_OK) s = natsOptions_SetName(opts_, name.c_str());
-    if (s == NATS_OK) s = natsOptions_SetTimeout(opts_, o.timeoutMs);
-    if (s == NATS_OK) s = natsOptions_SetMaxReconnect(opts_, -1);
-    if (s == NATS_OK) s = natsOptions_SetReconnectWait(opts_, 200);
-    if (s == NATS_OK) s = natsOptions_SetReconnectedCB(opts_, &Broker::onReconnected, this);
-    if (s == NATS_OK) s = natsOptions_SetErrorHandler(opts_, &Broker::onAsyncError, this);
-    // Frames and results published while the server restarts wait here, then are confirmed.
-    if (s == NATS_OK) s = natsOptions_SetReconnectBufSize(opts_, 64 * 1024 * 1024);
-    if (s != NATS_OK) {
-        error_ = "cannot set up the NATS client: " + statusText(s);
-        return false;
-    }
-    // Credentials and TLS: each file is read here, so a missing one is named before any server.
+// Credentials and TLS: each file is read here, so a missing one is named before any server.
+bool Broker::applySecurity(const ConnectOptions& o) {
+    natsStatus s = NATS_OK;
     const auto fileProblem = [&](natsStatus st, const std::string& what, const std::string& file) {
         error_ = "cannot use " + what + " " + file + ": " + statusText(st) + "; check that it exists and is readable";
         return false;
@@ -120,6 +99,33 @@ bool Broker::connect(const ConnectOptions& o, const std::string& name) {
             return false;
         }
     }
+    return true;
+}
+
+bool Broker::connect(const ConnectOptions& o, const std::string& name) {
+    std::vector<std::string> servers = o.servers;
+    if (servers.empty()) servers.push_back("nats://127.0.0.1:4222");
+    std::string list;
+    std::vector<const char*> urls;
+    for (const std::string& u : servers) {
+        urls.push_back(u.c_str());
+        list += (list.empty() ? "" : ", ") + u;
+    }
+    natsStatus s = natsOptions_Create(&opts_);
+    if (s == NATS_OK) s = natsOptions_SetServers(opts_, urls.data(), static_cast<int>(urls.size()));
+    if (s == NATS_OK) s = natsOptions_SetName(opts_, name.c_str());
+    if (s == NATS_OK) s = natsOptions_SetTimeout(opts_, o.timeoutMs);
+    if (s == NATS_OK) s = natsOptions_SetMaxReconnect(opts_, -1);
+    if (s == NATS_OK) s = natsOptions_SetReconnectWait(opts_, 200);
+    if (s == NATS_OK) s = natsOptions_SetReconnectedCB(opts_, &Broker::onReconnected, this);
+    if (s == NATS_OK) s = natsOptions_SetErrorHandler(opts_, &Broker::onAsyncError, this);
+    // Frames and results published while the server restarts wait here, then are confirmed.
+    if (s == NATS_OK) s = natsOptions_SetReconnectBufSize(opts_, 64 * 1024 * 1024);
+    if (s != NATS_OK) {
+        error_ = "cannot set up the NATS client: " + statusText(s);
+        return false;
+    }
+    if (!applySecurity(o)) return false;
     s = natsConnection_Connect(&nc_, opts_);
     if (s == NATS_CONNECTION_AUTH_FAILED || s == NATS_NOT_PERMITTED) {
         error_ = "the NATS server at " + list + " refused the credentials (" + statusText(s) +

@@ -118,6 +118,7 @@ private:
                      int headerCount, int64_t stamp, bool tracked);
     static void onReconnected(natsConnection* nc, void* closure);
     static void onAsyncError(natsConnection* nc, natsSubscription* sub, natsStatus err, void* closure);
+    bool applySecurity(const ConnectOptions& o);
     bool openReplies();
     bool send(Pending& p);
     void take(natsMsg* reply);
