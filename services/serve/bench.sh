@@ -37,7 +37,8 @@ freeport() { python3 -c 'import socket; s=socket.socket(); s.bind(("127.0.0.1", 
 ticks=$(getconf CLK_TCK)
 # CPU seconds (user + system) a process has used so far.
 cpu() { awk -v t="$ticks" '{ split($0, a, ") "); split(a[2], f, " "); printf "%.3f\n", (f[12] + f[13]) / t }' "/proc/$1/stat"; }
-sum_cpu() { local s=0; for p in "$@"; do s=$(echo "$s + $(cpu "$p")" | bc -l); done; echo "$s"; }
+# Summed over processes still running (a worker that stopped early counts nothing).
+sum_cpu() { local s=0 c; for p in "$@"; do c=$(cpu "$p" 2> /dev/null) && s=$(echo "$s + $c" | bc -l); done; echo "$s"; }
 us_per_frame() { echo "scale=1; $1 * 1000000 / $2" | bc -l; }
 
 stop_all() {
