@@ -364,9 +364,10 @@ bool Worker::deliveriesLost(Partition& part) {
     if (now < part.nextCheck) return false;
     part.nextCheck = now + std::chrono::seconds(1);
     jsConsumerInfo* ci = nullptr;
-    if (js_GetConsumerInfo(&ci, broker_.js(), kFramesStream, consumerName(part.index).c_str(), nullptr, nullptr) !=
+    jsErrCode jerr = static_cast<jsErrCode>(0);
+    if (js_GetConsumerInfo(&ci, broker_.js(), kFramesStream, consumerName(part.index).c_str(), nullptr, &jerr) !=
         NATS_OK)
-        return false;
+        return jerr == JSConsumerNotFoundErr;  // gone with its server: make it again
     const bool lost = ci->Delivered.Consumer > part.lastDseq;
     jsConsumerInfo_Destroy(ci);
     return lost;
