@@ -92,8 +92,14 @@ public:
     };
     // The outcome of a tracked publish once confirmed or refused; false while still waiting.
     bool outcome(uint64_t ticket, Outcome& out);
-    bool publish(const std::string& subject, const void* data, int len, const std::string& msgId) {
-        return publish(subject.c_str(), data, len, msgId.c_str());
+    bool publish(const std::string& subject, const void* data, int len, const std::string& msgId,
+                 const std::vector<std::pair<const char*, std::string>>& headers = {}) {
+        std::vector<const char*> pairs;
+        for (const auto& h : headers) {
+            pairs.push_back(h.first);
+            pairs.push_back(h.second.c_str());
+        }
+        return publish(subject.c_str(), data, len, msgId.c_str(), pairs.data(), static_cast<int>(headers.size()));
     }
     // Takes in the confirmations that have arrived, without waiting; sends again what was not
     // confirmed in time (a reconnect or a stream leader change loses them).
