@@ -104,11 +104,14 @@ TEST_F(PermissionsTest, EachUserDoesItsOwnPartAndNothingElse) {
     Child worker;
     ASSERT_TRUE(worker.start(as({bin("rtmonitor-serve"), "--name", "w", "--snapshot-every", "0.5"}, "worker"),
                              path("worker.log")));
+    // A station reads the results as the worker publishes them.
+    Child station;
+    ASSERT_TRUE(
+        station.start(as({bin("rtmonitor"), "subscribe", "--count", std::to_string(sent.size()), "--quiet"}, "station"),
+                      path("station0.log")));
+    std::this_thread::sleep_for(std::chrono::milliseconds(500));
     EXPECT_EQ(run(as({bin("rtmonitor"), "publish", path("load.frames")}, "gateway"), "gateway.log"), 0)
         << readText(path("gateway.log"));
-    // A station reads every result the worker published.
-    EXPECT_EQ(run(as({bin("rtmonitor"), "subscribe", "--count", "1", "--quiet"}, "station"), "station0.log"), 0)
-        << readText(path("station0.log"));
     rtmfmt::ConnectOptions o;
     o.servers = {server_->url()};
     o.user = "admin";
@@ -117,6 +120,7 @@ TEST_F(PermissionsTest, EachUserDoesItsOwnPartAndNothingElse) {
     ASSERT_TRUE(adminUser.connect(o, "test")) << adminUser.error();
     ASSERT_TRUE(waitForResults(adminUser.js(), sent.size(), 60)) << readText(path("worker.log"));
     expectResultsEqual(adminUser.js(), replayThroughHandles(sent));
+    EXPECT_EQ(station.wait(), 0) << readText(path("station0.log"));
     EXPECT_EQ(worker.kill(SIGTERM), 0) << readText(path("worker.log"));
 
     // The gateway only sends frames.
