@@ -7,6 +7,7 @@
 BUILD ?= build
 JOBS ?= $(shell nproc 2>/dev/null || echo 2)
 CMAKE_ARGS ?=
+CTEST_ARGS ?=
 PREFIX ?=
 PREREQS := scripts/prereqs
 
@@ -38,7 +39,7 @@ test:
 	@# A build tree configured with the tests switched off: switch them on.
 	@test -f $(BUILD)/tests/CTestTestfile.cmake || cmake -S . -B $(BUILD) -DRTMONITOR_TESTS=ON $(CMAKE_ARGS)
 	@$(MAKE) --no-print-directory build
-	cd $(BUILD) && ctest --output-on-failure -j $(JOBS)
+	cd $(BUILD) && ctest --output-on-failure -j $(JOBS) $(CTEST_ARGS)
 
 # Only the tool and the library it links are built; GoogleTest is not needed.
 demo:
@@ -69,9 +70,12 @@ station:
 install: build
 	cmake --install $(BUILD) $(if $(PREFIX),--prefix $(PREFIX))
 
-# The suite again with address and undefined-behaviour sanitizers; any report stops the run.
+# The suite again with address and undefined-behaviour sanitizers; any report stops the run. The
+# three-server cluster and the browser cases are left out here: they judge timing across several
+# processes, and the worker and alarms code they drive runs sanitized in the serve and alarms cases.
 asan:
-	@$(MAKE) --no-print-directory test BUILD=build-asan CMAKE_ARGS="-DRTMONITOR_SANITIZE=ON -DRTMONITOR_BENCH=OFF"
+	@$(MAKE) --no-print-directory test BUILD=build-asan CMAKE_ARGS="-DRTMONITOR_SANITIZE=ON -DRTMONITOR_BENCH=OFF" \
+	  CTEST_ARGS="-LE 'cluster|station'"
 
 # The suite again with the thread sanitizer (build-tsan); by default only the concurrency stress
 # test is built and run (TSAN_TESTS= builds and runs every test, TSAN_TESTS="<group> ..." some).

@@ -18,9 +18,9 @@
 namespace {
 
 const char* const kUsage =
-    "usage: rtmonitor-serve [--server URL] [--name NAME] [--snapshot-every S] [--lease-ttl S]\n"
-    "                       [--log-every S] [--batch N] [--json]\n"
-    "       rtmonitor-serve --setup [--server URL] [--partitions P] [--duplicate-window S]\n"
+    "usage: rtmonitor-serve [--server URL[,URL...]] [--name NAME] [--snapshot-every S] [--lease-ttl S]\n"
+    "                       [--log-every S] [--batch N] [--json] [CONNECTION OPTIONS]\n"
+    "       rtmonitor-serve --setup [--server URL] [--partitions P] [--duplicate-window S] [--replicas R]\n"
     "\n"
     "A worker: takes a fair share of the partitions of the frames stream (rtm.frames.<device id>,\n"
     "1320-byte frames), analyses each device on its own handle and publishes every result on\n"
@@ -28,7 +28,8 @@ const char* const kUsage =
     "frames are acknowledged only up to them, so the partitions of a worker that dies move to the\n"
     "others and continue without a gap. SIGTERM or SIGINT: final snapshots, leases released.\n"
     "\n"
-    "  --server URL            NATS server (default nats://127.0.0.1:4222)\n"
+    "  --server URL            NATS server (default nats://127.0.0.1:4222); give the servers of a\n"
+    "                          cluster as a comma-separated list or one --server each\n"
     "  --name NAME             worker name, unique among the workers (default <host>-<pid>)\n"
     "  --snapshot-every S      seconds between snapshots and acknowledgements (default 10)\n"
     "  --lease-ttl S           seconds a partition lease lasts unless renewed (default 15); a dead\n"
@@ -40,7 +41,15 @@ const char* const kUsage =
     "  --setup                 create the frames and results streams and the buckets, then exit\n"
     "  --partitions P          partition count of the server's subject mapping, 1..1024\n"
     "                          (default 64); fixed for the life of the stream\n"
-    "  --duplicate-window S    seconds a repeated frame or result is recognised (default 120)\n";
+    "  --duplicate-window S    seconds a repeated frame or result is recognised (default 120)\n"
+    "  --replicas R            servers of a JetStream cluster each stream and bucket is stored on,\n"
+    "                          1..5 (default 1); 3 survives the loss of any one server\n"
+    "\n"
+    "Connection options (when the server asks for them):\n"
+    "  --creds FILE            credentials file (user JWT and seed)\n"
+    "  --user NAME --password SECRET   user and password\n"
+    "  --tls-ca FILE           authority that signed the server's certificate (turns TLS on)\n"
+    "  --tls-cert FILE --tls-key FILE  this client's certificate and key\n";
 
 std::atomic<bool> gStop{false};
 
@@ -51,9 +60,10 @@ int usage(const std::string& error) {
     return rtmfmt::kExitUsage;
 }
 
-const rtmfmt::OptionTable kOptions = {{"--server", "--name", "--snapshot-every", "--lease-ttl", "--log-every",
-                                       "--batch", "--partitions", "--duplicate-window"},
-                                      {"--setup", "--json"}};
+const rtmfmt::OptionTable kOptions = {
+    {"--server", "--name", "--snapshot-every", "--lease-ttl", "--log-every", "--batch", "--partitions",
+     "--duplicate-window", "--replicas", "--creds", "--user", "--password", "--tls-ca", "--tls-cert", "--tls-key"},
+    {"--setup", "--json"}};
 
 int serve(int argc, char** argv) {
     rtmfmt::ParsedArgs p;
@@ -63,13 +73,22 @@ int serve(int argc, char** argv) {
         case rtmfmt::ParseOutcome::UsageError: return usage(error);
         case rtmfmt::ParseOutcome::Run: break;
     }
-    const std::string url = p.value("--server", "nats://127.0.0.1:4222");
+    rtmfmt::ConnectOptions conn;
+    if (p.has("--server") && !rtmfmt::addServers(p.value("--server"), conn.servers))
+        return usage("--server needs a URL or a comma-separated list of them, not '" + p.value("--server") + "'");
+    conn.creds = p.value("--creds");
+    conn.user = p.value("--user");
+    conn.password = p.value("--password");
+    conn.tlsCa = p.value("--tls-ca");
+    conn.tlsCert = p.value("--tls-cert");
+    conn.tlsKey = p.value("--tls-key");
     rtmserve::WorkerOptions opt;
     opt.name = p.value("--name");
     opt.json = p.has("--json");
     const bool setup = p.has("--setup");
-    double partitions = 64, window = 120, batch = 256;
-    if (!rtmfmt::numberOption(p, "--snapshot-every", 0.05, 86400, false, opt.snapshotEvery, error) ||
+    double partitions = 64, window = 120, batch = 256, replicas = 1;
+    if (!rtmfmt::numberOption(p, "--replicas", 1, 5, true, replicas, error) ||
+        !rtmfmt::numberOption(p, "--snapshot-every", 0.05, 86400, false, opt.snapshotEvery, error) ||
         !rtmfmt::numberOption(p, "--lease-ttl", 0.3, 3600, false, opt.leaseTtl, error) ||
         !rtmfmt::numberOption(p, "--log-every", 0.1, 86400, false, opt.logEvery, error) ||
         !rtmfmt::numberOption(p, "--batch", 1, 4096, true, batch, error) ||
@@ -77,6 +96,9 @@ int serve(int argc, char** argv) {
         !rtmfmt::numberOption(p, "--duplicate-window", 1, 86400, false, window, error))
         return usage(error);
     opt.batch = static_cast<int>(batch);
+    if (conn.tlsCert.empty() != conn.tlsKey.empty()) return usage("--tls-cert and --tls-key go together");
+    if (!conn.password.empty() && conn.user.empty()) return usage("--password needs --user");
+    if (!conn.creds.empty() && !conn.user.empty()) return usage("give --creds or --user, not both");
     if (opt.name.empty()) {
         char host[256] = "worker";
         gethostname(host, sizeof host - 1);
@@ -86,18 +108,18 @@ int serve(int argc, char** argv) {
         if (!std::isalnum(static_cast<unsigned char>(c)) && c != '-' && c != '_') c = '_';
 
     rtmfmt::Broker broker;
-    if (!broker.connect(url, "rtmonitor-serve " + opt.name)) {
+    if (!broker.connect(conn, "rtmonitor-serve " + opt.name)) {
         std::fprintf(stderr, "rtmonitor-serve: %s\n", broker.error().c_str());
         return rtmfmt::kExitInput;
     }
     if (setup) {
-        if (!broker.setup(static_cast<int>(partitions), static_cast<int64_t>(window))) {
+        if (!broker.setup(static_cast<int>(partitions), static_cast<int64_t>(window), static_cast<int>(replicas))) {
             std::fprintf(stderr, "rtmonitor-serve --setup: %s\n", broker.error().c_str());
             return rtmfmt::kExitInput;
         }
-        std::printf("rtmonitor-serve: streams %s, %s and buckets %s, %s ready, %d partitions\n", rtmfmt::kFramesStream,
-                    rtmfmt::kResultsStream, rtmfmt::kLeaseBucket, rtmfmt::kSnapshotBucket,
-                    static_cast<int>(partitions));
+        std::printf("rtmonitor-serve: streams %s, %s and buckets %s, %s ready, %d partitions, %d replicas\n",
+                    rtmfmt::kFramesStream, rtmfmt::kResultsStream, rtmfmt::kLeaseBucket, rtmfmt::kSnapshotBucket,
+                    static_cast<int>(partitions), static_cast<int>(replicas));
         return rtmfmt::kExitOk;
     }
     int count = 0;

@@ -20,11 +20,6 @@ int64_t unixMs() {
         .count();
 }
 
-int64_t unixNs() {
-    return std::chrono::duration_cast<std::chrono::nanoseconds>(std::chrono::system_clock::now().time_since_epoch())
-        .count();
-}
-
 // A lease or membership value: "<owner> <expiry in ms since 1970>".
 bool parseLease(const kvEntry* e, std::string& owner, int64_t& expiry) {
     const std::string v(static_cast<const char*>(kvEntry_Value(const_cast<kvEntry*>(e))),
@@ -69,19 +64,25 @@ int Worker::run(const std::atomic<bool>& stop) {
     stop_ = &stop;
     const auto every = [](double s) { return std::chrono::microseconds(static_cast<int64_t>(s * 1e6)); };
     auto now = Clock::now();
-    auto nextLease = now, nextLog = now + every(opt_.logEvery);
+    nextLease_ = now;
+    auto nextLog = now + every(opt_.logEvery);
     auto lastLog = now;
     std::printf("rtmonitor-serve %s: started, %d partitions in the stream\n", opt_.name.c_str(), partitions_);
     std::fflush(stdout);
     while (!stop.load()) {
-        now = Clock::now();
-        if (now >= nextLease) {
-            maintainLeases();
-            nextLease = Clock::now() + every(opt_.leaseTtl / 3);
+        renewLeasesIfDue();
+        if (broker_.reconnects() != reconnectsSeen_) {
+            reconnectsSeen_ = broker_.reconnects();
+            resyncAll();
         }
         std::vector<int> mine;
         for (const auto& kv : owned_) mine.push_back(kv.first);
         for (int p : mine) {
+            broker_.poll();
+            // A slow server (a loaded machine, a cluster electing a leader) can make one round
+            // of the partitions last longer than a lease renewal period.
+            renewLeasesIfDue();
+            if (!owned_.count(p)) continue;
             if (Clock::now() > owned_[p].validUntil) {
                 drop(p, "lease not renewed in time");
                 continue;
@@ -95,6 +96,8 @@ int Worker::run(const std::atomic<bool>& stop) {
         for (const auto& kv : owned_)
             if (now >= kv.second.nextSnapshot) mine.push_back(kv.first);
         for (int p : mine) {
+            renewLeasesIfDue();
+            if (!owned_.count(p)) continue;
             owned_[p].nextSnapshot += every(opt_.snapshotEvery);
             if (owned_[p].nextSnapshot < now) owned_[p].nextSnapshot = now + every(opt_.snapshotEvery);
             if (snapshotRound(owned_[p]) == Outcome::Lost) drop(p, "its snapshots were written by another worker");
@@ -107,6 +110,8 @@ int Worker::run(const std::atomic<bool>& stop) {
         if (owned_.empty()) std::this_thread::sleep_for(std::chrono::milliseconds(20));
     }
     // Final snapshots, then the leases go, so a survivor takes over without waiting for them to lapse.
+    // The results still unconfirmed get one while, shared by all partitions, to be stored.
+    broker_.flush(nullptr, std::chrono::seconds(10));
     std::vector<int> mine;
     for (const auto& kv : owned_) mine.push_back(kv.first);
     for (int p : mine)
@@ -121,21 +126,37 @@ int Worker::run(const std::atomic<bool>& stop) {
     return 0;
 }
 
+void Worker::renewLeasesIfDue() {
+    if (Clock::now() < nextLease_) return;
+    maintainLeases();
+    nextLease_ = Clock::now() + std::chrono::microseconds(static_cast<int64_t>(opt_.leaseTtl / 3 * 1e6));
+}
+
 int Worker::liveWorkers() {
-    kvKeysList keys;
-    if (kvStore_Keys(&keys, broker_.leases(), nullptr) != NATS_OK) return 1;
+    // The membership keys are read off the bucket's stream information rather than listed with
+    // the bucket's key walk, which makes a consumer each time: costly on a cluster.
+    jsOptions o;
+    jsOptions_Init(&o);
+    const std::string filter = std::string("$KV.") + kLeaseBucket + ".worker.>";
+    o.Stream.Info.SubjectsFilter = filter.c_str();
+    jsStreamInfo* si = nullptr;
+    const std::string stream = std::string("KV_") + kLeaseBucket;
+    if (js_GetStreamInfo(&si, broker_.js(), stream.c_str(), &o, nullptr) != NATS_OK) return 1;
+    std::vector<std::string> keys;
+    if (si->State.Subjects != nullptr)
+        for (int i = 0; i < si->State.Subjects->Count; ++i)
+            keys.push_back(si->State.Subjects->List[i].Subject + filter.size() - 8);  // from "worker."
+    jsStreamInfo_Destroy(si);
     int live = 0;
     const int64_t now = unixMs();
-    for (int i = 0; i < keys.Count; ++i) {
-        if (std::strncmp(keys.Keys[i], "worker.", 7) != 0) continue;
+    for (const std::string& key : keys) {
         kvEntry* e = nullptr;
-        if (kvStore_Get(&e, broker_.leases(), keys.Keys[i]) != NATS_OK) continue;
+        if (kvStore_Get(&e, broker_.leases(), key.c_str()) != NATS_OK) continue;
         std::string owner;
         int64_t expiry = 0;
         if (parseLease(e, owner, expiry) && expiry > now) ++live;
         kvEntry_Destroy(e);
     }
-    kvKeysList_Destroy(&keys);
     return std::max(live, 1);
 }
 
@@ -148,7 +169,18 @@ void Worker::maintainLeases() {
     for (int p : mine) {
         Partition& part = owned_[p];
         const auto renewedAt = Clock::now();
-        const natsStatus s = kvStore_UpdateString(&rev, kv, leaseKey(p).c_str(), leaseValue().c_str(), part.leaseRev);
+        natsStatus s = kvStore_UpdateString(&rev, kv, leaseKey(p).c_str(), leaseValue().c_str(), part.leaseRev);
+        if (revisionConflict(s)) {
+            // A renewal stored while its answer was lost (a leader change) left us a revision
+            // behind our own lease: still ours when the stored lease names us.
+            std::string owner;
+            int64_t expiry = 0;
+            uint64_t last = 0;
+            if (readLease(p, owner, expiry, last) == NATS_OK && owner == opt_.name) {
+                part.leaseRev = last;
+                s = kvStore_UpdateString(&rev, kv, leaseKey(p).c_str(), leaseValue().c_str(), part.leaseRev);
+            }
+        }
         if (s == NATS_OK) {
             part.leaseRev = rev;
             // A margin under the lease's own life, so we stop before anyone may start.
@@ -170,24 +202,43 @@ void Worker::maintainLeases() {
     }
 }
 
+// A partition's lease as its bucket stream's leader has it (a replica catching up may answer a
+// plain read with an old revision). Free leases (never taken, or released) give an empty owner;
+// `rev` is what the next revision-checked write must name (0 for a key never written).
+natsStatus Worker::readLease(int p, std::string& owner, int64_t& expiry, uint64_t& rev) {
+    owner.clear();
+    expiry = 0;
+    rev = 0;
+    const std::string stream = std::string("KV_") + kLeaseBucket;
+    const std::string subject = std::string("$KV.") + kLeaseBucket + "." + leaseKey(p);
+    natsMsg* m = nullptr;
+    jsErrCode jerr = static_cast<jsErrCode>(0);
+    const natsStatus s = js_GetLastMsg(&m, broker_.js(), stream.c_str(), subject.c_str(), nullptr, &jerr);
+    if (s != NATS_OK) return jerr == JSNoMessageFoundErr ? NATS_OK : s;
+    rev = natsMsg_GetSequence(m);
+    const char* op = nullptr;
+    const bool removed = natsMsgHeader_Get(m, "KV-Operation", &op) == NATS_OK;
+    const std::string v(natsMsg_GetData(m) ? natsMsg_GetData(m) : "", static_cast<size_t>(natsMsg_GetDataLength(m)));
+    natsMsg_Destroy(m);
+    const size_t sp = v.rfind(' ');
+    if (!removed && sp != std::string::npos) {
+        owner = v.substr(0, sp);
+        expiry = std::strtoll(v.c_str() + sp + 1, nullptr, 10);
+    }
+    return NATS_OK;
+}
+
 bool Worker::tryAcquire(int p) {
     kvStore* kv = broker_.leases();
     const std::string key = leaseKey(p);
-    kvEntry* e = nullptr;
-    uint64_t rev = 0;
+    uint64_t rev = 0, last = 0;
     const auto at = Clock::now();
-    natsStatus s = kvStore_Get(&e, kv, key.c_str());
-    if (s == NATS_NOT_FOUND) {
-        s = kvStore_CreateString(&rev, kv, key.c_str(), leaseValue().c_str());
-    } else if (s == NATS_OK) {
-        std::string owner;
-        int64_t expiry = 0;
-        const bool free = !parseLease(e, owner, expiry) || expiry <= unixMs() || owner == opt_.name;
-        const uint64_t last = kvEntry_Revision(e);
-        kvEntry_Destroy(e);
-        if (!free) return false;
-        s = kvStore_UpdateString(&rev, kv, key.c_str(), leaseValue().c_str(), last);
-    }
+    std::string owner;
+    int64_t expiry = 0;
+    natsStatus s = readLease(p, owner, expiry, last);
+    if (s != NATS_OK) return false;
+    if (!owner.empty() && expiry > unixMs() && owner != opt_.name) return false;
+    s = kvStore_UpdateString(&rev, kv, key.c_str(), leaseValue().c_str(), last);
     if (s != NATS_OK) return false;
 
     // Whatever the consumer handed out beyond its acknowledged floor may be half analysed by the
@@ -210,11 +261,9 @@ bool Worker::tryAcquire(int p) {
     part.ackedSeq = floor;
     const double phase = std::fmod((p + 1) * 0.6180339887498949, 1.0);
     part.nextSnapshot = at + std::chrono::microseconds(static_cast<int64_t>(opt_.snapshotEvery * phase * 1e6));
-    if (!openConsumer(part, floor + 1)) {
-        owned_.erase(p);
-        kvStore_Delete(kv, key.c_str());
-        return false;
-    }
+    // The consumer is made at the partition's first poll, between lease renewals: on a cluster
+    // making one can take a while, and taking several partitions must not let the others lapse.
+    part.retryAt = at;
     std::printf("rtmonitor-serve %s: took partition %d from stream sequence %" PRIu64 "\n", opt_.name.c_str(), p,
                 floor + 1);
     std::fflush(stdout);
@@ -296,44 +345,87 @@ bool Worker::release(int p) {
     return true;
 }
 
+void Worker::resyncAll() {
+    // Fetches and acknowledgements in flight when the connection dropped may be lost: every
+    // partition asks again from its acknowledged floor (frames analysed already are skipped).
+    for (auto& kv : owned_) {
+        closeConsumer(kv.second);
+        kv.second.retryAt = Clock::now();
+    }
+    std::printf("rtmonitor-serve %s: reconnected; partitions continue from their acknowledged frames\n",
+                opt_.name.c_str());
+    std::fflush(stdout);
+}
+
+bool Worker::deliveriesLost(Partition& part) {
+    // A delivery lost at the end of a partition leaves no later one to show the gap; the
+    // consumer's count of what it handed out does.
+    const auto now = Clock::now();
+    if (now < part.nextCheck) return false;
+    part.nextCheck = now + std::chrono::seconds(1);
+    jsConsumerInfo* ci = nullptr;
+    jsErrCode jerr = static_cast<jsErrCode>(0);
+    if (js_GetConsumerInfo(&ci, broker_.js(), kFramesStream, consumerName(part.index).c_str(), nullptr, &jerr) !=
+        NATS_OK)
+        return jerr == JSConsumerNotFoundErr;  // gone with its server: make it again
+    const bool lost = ci->Delivered.Consumer > part.lastDseq;
+    jsConsumerInfo_Destroy(ci);
+    return lost;
+}
+
 void Worker::poll(Partition& part) {
-    if (part.sub == nullptr && !openConsumer(part, part.ackedSeq + 1)) return;
+    if (part.sub == nullptr) {
+        // A consumer cannot be made while the cluster elects a leader: try again shortly, and
+        // meanwhile serve the other partitions.
+        if (Clock::now() < part.retryAt) return;
+        if (!openConsumer(part, part.ackedSeq + 1)) {
+            part.retryAt = Clock::now() + std::chrono::milliseconds(500);
+            return;
+        }
+    }
     // A fetch from an idle partition waits out its timeout, so the wait is shared among the
     // partitions: an idle worker goes round all of them about every 50 ms.
     const int64_t waitMs = std::max<int64_t>(2, 50 / static_cast<int64_t>(std::max<size_t>(1, owned_.size())));
     natsMsgList list = {nullptr, 0};
     jsErrCode jerr = static_cast<jsErrCode>(0);
     const natsStatus s = natsSubscription_Fetch(&list, part.sub, opt_.batch, waitMs, &jerr);
-    if (s != NATS_OK && list.Count == 0) return;
-    std::vector<int64_t> frameTimes;
     Outcome o = Outcome::Ok;
+    if (list.Count == 0) {
+        if (s == NATS_TIMEOUT && deliveriesLost(part)) o = Outcome::Resync;
+    }
     for (int i = 0; i < list.Count && o == Outcome::Ok; ++i) {
-        o = handle(part, list.Msgs[i], frameTimes);
+        o = handle(part, list.Msgs[i]);
         list.Msgs[i] = nullptr;
     }
     natsMsgList_Destroy(&list);
-    // Results are stored before the frames that gave them can be acknowledged.
-    broker_.flush(stop_);
-    const int64_t now = unixNs();
-    for (int64_t t : frameTimes) latencyMs_.push_back(static_cast<double>(now - t) / 1e6);
-    framesSinceLog_ += frameTimes.size();
     if (o == Outcome::Resync) {
         // A delivery went missing (the server restarted mid-fetch): ask again from the floor;
         // frames analysed already are skipped by their devices.
         closeConsumer(part);
-        openConsumer(part, part.ackedSeq + 1);
+        part.retryAt = Clock::now();
     }
 }
 
+// A device's stored snapshot, read from the bucket stream's leader: a bucket read may be answered
+// by any replica of a cluster, and one that is catching up would give an old revision, which
+// the next revision-checked write would take for another worker's.
+natsStatus Worker::lastSnapshot(int32_t id, natsMsg** msg) {
+    const std::string stream = std::string("KV_") + kSnapshotBucket;
+    const std::string subject = std::string("$KV.") + kSnapshotBucket + "." + snapshotKey(id);
+    jsErrCode jerr = static_cast<jsErrCode>(0);
+    const natsStatus s = js_GetLastMsg(msg, broker_.js(), stream.c_str(), subject.c_str(), nullptr, &jerr);
+    return s == NATS_OK || jerr != JSNoMessageFoundErr ? s : NATS_NOT_FOUND;
+}
+
 Worker::Outcome Worker::loadDevice(int32_t id, Device& dev) {
-    kvEntry* e = nullptr;
-    const natsStatus s = kvStore_Get(&e, broker_.snapshots(), snapshotKey(id).c_str());
+    natsMsg* m = nullptr;
+    const natsStatus s = lastSnapshot(id, &m);
     if (s == NATS_NOT_FOUND) return Outcome::Ok;
     if (s != NATS_OK) return Outcome::Resync;
-    const auto* data = static_cast<const unsigned char*>(kvEntry_Value(e));
-    const size_t len = static_cast<size_t>(kvEntry_ValueLen(e));
+    const auto* data = reinterpret_cast<const unsigned char*>(natsMsg_GetData(m));
+    const size_t len = static_cast<size_t>(natsMsg_GetDataLength(m));
     uint64_t seq = 0;
-    dev.snapRev = kvEntry_Revision(e);
+    dev.snapRev = natsMsg_GetSequence(m);
     if (parseSnapshotHeader(data, len, seq) &&
         rtm_device_load(dev.handle, data + kSnapshotHeaderBytes, len - kSnapshotHeaderBytes) == 1) {
         dev.seq = seq;
@@ -343,25 +435,23 @@ Worker::Outcome Worker::loadDevice(int32_t id, Device& dev) {
                      "starts afresh\n",
                      opt_.name.c_str(), id, rtm_version());
     }
-    kvEntry_Destroy(e);
+    natsMsg_Destroy(m);
     return Outcome::Ok;
 }
 
-Worker::Outcome Worker::handle(Partition& part, natsMsg* msg, std::vector<int64_t>& frameTimes) {
-    jsMsgMetaData* meta = nullptr;
-    if (natsMsg_GetMetaData(&meta, msg) != NATS_OK) {
+Worker::Outcome Worker::handle(Partition& part, natsMsg* msg) {
+    Delivery d;
+    if (!parseDelivery(natsMsg_GetReply(msg), d)) {
         natsMsg_Destroy(msg);
         return Outcome::Ok;
     }
-    const uint64_t dseq = meta->Sequence.Consumer, seq = meta->Sequence.Stream;
-    const int64_t stored = meta->Timestamp;
-    part.backlog = meta->NumPending;
-    jsMsgMetaData_Destroy(meta);
-    if (dseq != part.lastDseq + 1) {
+    const uint64_t seq = d.streamSeq;
+    part.backlog = d.pending;
+    if (d.consumerSeq != part.lastDseq + 1) {
         natsMsg_Destroy(msg);
         return Outcome::Resync;
     }
-    part.lastDseq = dseq;
+    part.lastDseq = d.consumerSeq;
 
     int32_t id = 0;
     if (natsMsg_GetDataLength(msg) != static_cast<int>(sizeof(ParamsIn)) ||
@@ -372,6 +462,7 @@ Worker::Outcome Worker::handle(Partition& part, natsMsg* msg, std::vector<int64_
         auto it = part.devices.find(id);
         if (it == part.devices.end()) {
             Device dev;
+            dev.id = id;
             dev.handle = rtm_device_create();
             if (dev.handle == nullptr) {
                 natsMsg_Destroy(msg);
@@ -391,8 +482,8 @@ Worker::Outcome Worker::handle(Partition& part, natsMsg* msg, std::vector<int64_
             rtm_device_process(dev.handle, &in, &out);
             dev.seq = seq;
             dev.dirty = true;
-            publishResult(id, in, out, seq, stored);
-            frameTimes.push_back(stored);
+            publishResult(id, in, out, seq, d.storedNs);
+            ++framesSinceLog_;
         }
     }
     natsMsg_Destroy(part.lastMsg);
@@ -401,18 +492,23 @@ Worker::Outcome Worker::handle(Partition& part, natsMsg* msg, std::vector<int64_
     return Outcome::Ok;
 }
 
+// The one place a result is encoded: the output record's words (or JSON text) and the headers
+// that place it.
 void Worker::publishResult(int32_t id, const ParamsIn& frame, const ParamsOut& out, uint64_t seq, int64_t frameTime) {
-    const std::vector<std::pair<const char*, std::string>> headers = {
-        {kHeaderFrameSeq, std::to_string(frame.nFrameSeq)},
-        {kHeaderStreamSeq, std::to_string(seq)},
-        {kHeaderFrameTime, std::to_string(frameTime)}};
+    char subject[32], msgId[48], frameSeq[16], streamSeq[24], stored[24];
+    std::snprintf(subject, sizeof subject, "rtm.vitals.%" PRId32, id);
+    std::snprintf(msgId, sizeof msgId, "%" PRId32 ".%" PRIu64, id, seq);
+    std::snprintf(frameSeq, sizeof frameSeq, "%" PRId32, frame.nFrameSeq);
+    std::snprintf(streamSeq, sizeof streamSeq, "%" PRIu64, seq);
+    std::snprintf(stored, sizeof stored, "%" PRId64, frameTime);
+    const char* const headers[] = {kHeaderFrameSeq, frameSeq, kHeaderStreamSeq, streamSeq, kHeaderFrameTime, stored};
     if (opt_.json) {
         const std::string s = resultJson(id, frame.nFrameSeq, out);
-        broker_.publish(resultSubject(id), s.data(), static_cast<int>(s.size()), resultMsgId(id, seq), headers);
+        broker_.publish(subject, s.data(), static_cast<int>(s.size()), msgId, headers, 3, frameTime);
     } else {
         unsigned char bytes[sizeof(ParamsOut)];
         encodeResult(out, bytes);
-        broker_.publish(resultSubject(id), bytes, sizeof bytes, resultMsgId(id, seq), headers);
+        broker_.publish(subject, bytes, sizeof bytes, msgId, headers, 3, frameTime);
     }
 }
 
@@ -420,27 +516,59 @@ Worker::Outcome Worker::snapshotRound(Partition& part) {
     const bool dirty = std::any_of(part.devices.begin(), part.devices.end(),
                                    [](const std::pair<const int32_t, Device>& d) { return d.second.dirty; });
     if (!dirty && part.lastMsg == nullptr) return Outcome::Ok;
-    if (!broker_.flush(stop_)) return Outcome::Resync;
+    // When stopping, the snapshot writes get a short while each: the results had theirs already.
+    const bool stopping = stop_->load();
+    const std::atomic<bool>* giveUp = stopping ? nullptr : stop_;
+    const auto limit = stopping ? std::chrono::milliseconds(2000) : std::chrono::milliseconds(24 * 3600 * 1000);
+    if (!broker_.flush(giveUp, limit)) return Outcome::Resync;
+    // Every dirty device's snapshot goes out at once and the round waits once for all of them.
+    // Each write is revision-checked, so a worker that lost the partition without noticing cannot
+    // overwrite the state its successor is building on; its message id makes a write sent again
+    // (no confirmation in time) count once.
+    std::vector<std::pair<Device*, uint64_t>> writes;
     for (auto& d : part.devices) {
         Device& dev = d.second;
         if (!dev.dirty) continue;
         std::memcpy(snapBuf_.data(), kSnapshotMagic, 8);
         putU64(snapBuf_.data() + 8, dev.seq);
         rtm_device_save(dev.handle, snapBuf_.data() + kSnapshotHeaderBytes, snapBuf_.size() - kSnapshotHeaderBytes);
-        const std::string key = snapshotKey(d.first);
-        uint64_t rev = 0;
-        const int len = static_cast<int>(snapBuf_.size());
-        // Revision-checked, so a worker that lost the partition without knowing cannot overwrite
-        // the state its successor is building on.
-        const natsStatus s =
-            dev.snapRev == 0
-                ? kvStore_Create(&rev, broker_.snapshots(), key.c_str(), snapBuf_.data(), len)
-                : kvStore_Update(&rev, broker_.snapshots(), key.c_str(), snapBuf_.data(), len, dev.snapRev);
-        if (revisionConflict(s)) return Outcome::Lost;
-        if (s != NATS_OK) return Outcome::Resync;
-        dev.snapRev = rev;
-        dev.dirty = false;
+        char subject[64], msgId[64], last[24];
+        std::snprintf(subject, sizeof subject, "$KV.%s.%s", kSnapshotBucket, snapshotKey(d.first).c_str());
+        std::snprintf(msgId, sizeof msgId, "snap.%" PRId32 ".%" PRIu64, d.first, dev.seq);
+        std::snprintf(last, sizeof last, "%" PRIu64, dev.snapRev);
+        const char* const headers[] = {"Nats-Expected-Last-Subject-Sequence", last};
+        const uint64_t ticket =
+            broker_.publishTracked(subject, snapBuf_.data(), static_cast<int>(snapBuf_.size()), msgId, headers, 1);
+        if (ticket == 0) return Outcome::Resync;
+        writes.emplace_back(&dev, ticket);
     }
+    const bool confirmed = broker_.flush(giveUp, limit);
+    Outcome result = confirmed ? Outcome::Ok : Outcome::Resync;
+    for (auto& w : writes) {
+        Broker::Outcome o;
+        if (!broker_.outcome(w.second, o)) continue;  // not confirmed in time: written again next round
+        if (o.conflict) {
+            // Our own write may have been stored while its confirmation was lost (a leader
+            // change), so the one sent again met its own revision: then the stored snapshot
+            // covers exactly the frames ours does.
+            const int32_t id = w.first->id;
+            natsMsg* m = nullptr;
+            uint64_t storedSeq = 0;
+            if (lastSnapshot(id, &m) == NATS_OK &&
+                parseSnapshotHeader(natsMsg_GetData(m), static_cast<size_t>(natsMsg_GetDataLength(m)), storedSeq) &&
+                storedSeq == w.first->seq) {
+                w.first->snapRev = natsMsg_GetSequence(m);
+                w.first->dirty = false;
+            } else {
+                result = Outcome::Lost;
+            }
+            natsMsg_Destroy(m);
+        } else if (o.stored) {
+            w.first->snapRev = o.seq;
+            w.first->dirty = false;
+        }
+    }
+    if (result != Outcome::Ok) return result;
     if (part.lastMsg == nullptr) return Outcome::Ok;
     jsErrCode jerr = static_cast<jsErrCode>(0);
     if (natsMsg_AckSync(part.lastMsg, nullptr, &jerr) != NATS_OK) return Outcome::Resync;
@@ -457,14 +585,15 @@ void Worker::logProgress(double seconds) {
         backlog += kv.second.backlog;
         devices += kv.second.devices.size();
     }
-    const double p50 = percentile(latencyMs_, 0.5), p99 = percentile(latencyMs_, 0.99);
+    std::vector<double>& lags = broker_.lags();
+    const double p50 = percentile(lags, 0.5), p99 = percentile(lags, 0.99);
     std::printf(
         "rtmonitor-serve %s: %zu partitions, %zu devices, %.1f frames/s, lag p50 %.1f ms p99 %.1f ms, "
         "backlog %" PRIu64 " frames\n",
         opt_.name.c_str(), owned_.size(), devices, seconds > 0 ? static_cast<double>(framesSinceLog_) / seconds : 0.0,
         p50, p99, backlog);
     std::fflush(stdout);
-    latencyMs_.clear();
+    lags.clear();
     framesSinceLog_ = 0;
 }
 

@@ -45,6 +45,7 @@ private:
     using Clock = std::chrono::steady_clock;
 
     struct Device {
+        int32_t id = 0;
         rtm_device* handle = nullptr;
         uint64_t seq = 0;      // stream sequence of the last frame analysed (or covered by the snapshot)
         uint64_t snapRev = 0;  // revision of its snapshot in the bucket, 0 when none
@@ -60,23 +61,30 @@ private:
         uint64_t lastDseq = 0;       // consumer's delivery count of the last message seen
         natsMsg* lastMsg = nullptr;  // last message handled, acknowledged (with all before it) at the next round
         uint64_t lastMsgSeq = 0;
-        uint64_t backlog = 0;  // frames the consumer still holds after the last one seen
+        uint64_t backlog = 0;         // frames the consumer still holds after the last one seen
+        Clock::time_point retryAt;    // when to try again to open the consumer
+        Clock::time_point nextCheck;  // when an idle partition next asks the consumer what it handed out
         std::map<int32_t, Device> devices;
     };
     enum class Outcome { Ok, Resync, Lost };
 
     void maintainLeases();
+    void renewLeasesIfDue();
     int liveWorkers();
     bool tryAcquire(int p);
+    natsStatus readLease(int p, std::string& owner, int64_t& expiry, uint64_t& rev);
     bool openConsumer(Partition& part, uint64_t startSeq);
     void closeConsumer(Partition& part);
     void drop(int p, const std::string& why);
     bool release(int p);
     void poll(Partition& part);
-    Outcome handle(Partition& part, natsMsg* msg, std::vector<int64_t>& frameTimes);
+    Outcome handle(Partition& part, natsMsg* msg);
+    bool deliveriesLost(Partition& part);
     Outcome loadDevice(int32_t id, Device& dev);
+    natsStatus lastSnapshot(int32_t id, natsMsg** msg);
     Outcome snapshotRound(Partition& part);
     void publishResult(int32_t id, const ParamsIn& frame, const ParamsOut& out, uint64_t seq, int64_t frameTime);
+    void resyncAll();
     void logProgress(double seconds);
     std::string leaseValue() const;
 
@@ -86,8 +94,9 @@ private:
     const std::atomic<bool>* stop_ = nullptr;
     std::map<int, Partition> owned_;
     std::vector<unsigned char> snapBuf_;
-    std::vector<double> latencyMs_;  // frames analysed since the last progress line
     uint64_t framesSinceLog_ = 0;
+    uint64_t reconnectsSeen_ = 0;
+    Clock::time_point nextLease_;
 };
 
 }  // namespace rtmserve

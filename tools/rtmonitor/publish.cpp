@@ -22,6 +22,8 @@ namespace rtmtool {
 const char* const kPublishUsage =
     "usage: rtmonitor publish FILE.frames|RECORD [--rate real|max] [--server URL] [--copies K] [--partial]\n"
     "                         [--ecg LABEL] [--resp LABEL] [--acc X,Y,Z] [--device ID]\n"
+    "                         [--creds FILE | --user NAME --password SECRET] [--tls-ca FILE]\n"
+    "                         [--tls-cert FILE --tls-key FILE]\n"
     "\n"
     "Sends every frame of a frame file or a recording to the rtmonitor worker service: frame by frame on\n"
     "rtm.frames.<device id>, each stored once by the frames stream (a frame sent again within the\n"
@@ -30,7 +32,11 @@ const char* const kPublishUsage =
     "\n"
     "  --rate real       one frame per device per second, devices spread over the second\n"
     "  --rate max        as fast as the server takes them (default)\n"
-    "  --server URL      NATS server (default nats://127.0.0.1:4222)\n"
+    "  --server URL      NATS server (default nats://127.0.0.1:4222); a cluster's servers as a\n"
+    "                    comma-separated list\n"
+    "  --creds FILE      credentials file, or --user NAME --password SECRET, when the server asks\n"
+    "  --tls-ca FILE     authority that signed the server's certificate (turns TLS on);\n"
+    "                    --tls-cert FILE --tls-key FILE for a client certificate\n"
     "  --copies K        send the recording as K devices per device of the file, 1..100000:\n"
     "                    copy c of device d has id d + 1000000*c (default 1)\n"
     "  --partial         a frame file still being recorded: send its whole frames; without it a file\n"
@@ -39,6 +45,8 @@ const char* const kPublishUsage =
 
 const char* const kSubscribeUsage =
     "usage: rtmonitor subscribe [--server URL] [--device ID] [--count N] [--quiet]\n"
+    "                           [--creds FILE | --user NAME --password SECRET] [--tls-ca FILE]\n"
+    "                           [--tls-cert FILE --tls-key FILE]\n"
     "\n"
     "Prints the worker service's results as they are published, one line each:\n"
     "device,seq,heart_rate,heart_status,breath_rate,breath_state,posture,latency_ms\n"
@@ -46,7 +54,11 @@ const char* const kSubscribeUsage =
     "end (N results, or Ctrl-C) a summary with the results per second and the latency median and\n"
     "99th percentile goes to standard error.\n"
     "\n"
-    "  --server URL      NATS server (default nats://127.0.0.1:4222)\n"
+    "  --server URL      NATS server (default nats://127.0.0.1:4222); a cluster's servers as a\n"
+    "                    comma-separated list\n"
+    "  --creds FILE      credentials file, or --user NAME --password SECRET, when the server asks\n"
+    "  --tls-ca FILE     authority that signed the server's certificate (turns TLS on);\n"
+    "                    --tls-cert FILE --tls-key FILE for a client certificate\n"
     "  --device ID       only this device's results\n"
     "  --count N         stop after N results\n"
     "  --quiet           no per-result lines, only the summary\n";
@@ -82,6 +94,45 @@ namespace {
 
 std::atomic<bool> gInterrupted{false};
 void onInterrupt(int) { gInterrupted.store(true); }
+
+const std::set<std::string> kConnectionOptions = {"--server", "--creds",    "--user",   "--password",
+                                                  "--tls-ca", "--tls-cert", "--tls-key"};
+
+std::set<std::string> withConnection(std::set<std::string> options) {
+    options.insert(kConnectionOptions.begin(), kConnectionOptions.end());
+    return options;
+}
+
+// The server list, credentials and TLS files; false with `error` set when they do not fit together.
+bool connectionFrom(const ParsedArgs& p, rtmfmt::ConnectOptions& o, std::string& error) {
+    if (p.has("--server") && !rtmfmt::addServers(p.value("--server"), o.servers)) {
+        error = "--server needs a URL or a comma-separated list of them, not '" + p.value("--server") + "'";
+        return false;
+    }
+    o.creds = p.value("--creds");
+    o.user = p.value("--user");
+    o.password = p.value("--password");
+    o.tlsCa = p.value("--tls-ca");
+    o.tlsCert = p.value("--tls-cert");
+    o.tlsKey = p.value("--tls-key");
+    if (o.tlsCert.empty() != o.tlsKey.empty()) error = "--tls-cert and --tls-key go together";
+    else if (!o.password.empty() && o.user.empty()) error = "--password needs --user";
+    else if (!o.creds.empty() && !o.user.empty()) error = "give --creds or --user, not both";
+    return error.empty();
+}
+
+// A refused subscription is reported on the side, just before the answer to a flush; true
+// (with the message printed) when the server refused this one.
+bool subscriptionRefused(rtmfmt::Broker& broker, const std::string& subject) {
+    natsConnection_Flush(broker.connection());
+    for (int i = 0; i < 10 && broker.refusal().empty(); ++i) std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    if (broker.refusal().empty()) return false;
+    std::fprintf(stderr,
+                 "rtmonitor subscribe: the server does not let this user read %s (%s): use the credentials of a "
+                 "station or worker (docs/serving.md)\n",
+                 subject.c_str(), broker.refusal().c_str());
+    return true;
+}
 
 int64_t nowNs() {
     return std::chrono::duration_cast<std::chrono::nanoseconds>(std::chrono::system_clock::now().time_since_epoch())
@@ -121,6 +172,13 @@ private:
         jsErrCode jerr = static_cast<jsErrCode>(0);
         const natsStatus s = js_Publish(&ack, broker_.js(), subject.c_str(), bytes, kFrameBytes, &po, &jerr);
         jsPubAck_Destroy(ack);
+        if (s != NATS_OK && !broker_.refusal().empty()) {
+            std::fprintf(stderr,
+                         "rtmonitor publish: the server does not let this user publish frames (%s): use the "
+                         "credentials of a gateway (docs/serving.md)\n",
+                         broker_.refusal().c_str());
+            return kExitInput;
+        }
         if (s != NATS_OK) {
             std::fprintf(stderr,
                          "rtmonitor publish: no stream stored %s (%s): check the server's subject mapping "
@@ -241,7 +299,7 @@ int endStatus(FrameReader::Result r, const FrameReader& reader, const std::strin
 int publishFrames(const std::vector<std::string>& args) {
     static const CommandSpec kCommand{"publish",
                                       kPublishUsage,
-                                      {withRecordingOptions({"--rate", "--server", "--copies"}),
+                                      {withConnection(withRecordingOptions({"--rate", "--copies"})),
                                        {"--partial"},
                                        1,
                                        1,
@@ -258,7 +316,8 @@ int publishFrames(const std::vector<std::string>& args) {
     if (p.has("--copies") && !parseInteger(p.value("--copies"), 1, 100000, copies))
         return usageError("publish", "--copies needs a whole number 1..100000, not '" + p.value("--copies") + "'",
                           kPublishUsage);
-    const std::string url = p.value("--server", "nats://127.0.0.1:4222");
+    rtmfmt::ConnectOptions connection;
+    if (!connectionFrom(p, connection, error)) return usageError("publish", error, kPublishUsage);
     const std::string path = p.positional[0];
     SourceOptions recordingOptions;
     if (!sourceOptionsFrom(p.values, recordingOptions, error)) return usageError("publish", error, kPublishUsage);
@@ -288,7 +347,7 @@ int publishFrames(const std::vector<std::string>& args) {
         return kExitInput;
     }
     rtmfmt::Broker broker;
-    if (!broker.connect(url, "rtmonitor publish")) {
+    if (!broker.connect(connection, "rtmonitor publish")) {
         std::fprintf(stderr, "rtmonitor publish: %s\n", broker.error().c_str());
         return kExitInput;
     }
@@ -313,7 +372,8 @@ int publishFrames(const std::vector<std::string>& args) {
 }
 
 int subscribeResults(const std::vector<std::string>& args) {
-    static const CommandSpec kCommand{"subscribe", kSubscribeUsage, {{"--server", "--device", "--count"}, {"--quiet"}}};
+    static const CommandSpec kCommand{
+        "subscribe", kSubscribeUsage, {withConnection({"--device", "--count"}), {"--quiet"}}};
     ParsedArgs p;
     int status = kExitOk;
     if (!parseCommand(kCommand, args, p, status)) return status;
@@ -329,9 +389,11 @@ int subscribeResults(const std::vector<std::string>& args) {
         subject = rtmfmt::resultSubject(static_cast<int32_t>(neg ? -device : device));
     }
     const bool quiet = p.flags.count("--quiet") > 0;
-    const std::string url = p.values.count("--server") ? p.values["--server"] : "nats://127.0.0.1:4222";
+    rtmfmt::ConnectOptions connection;
+    std::string error;
+    if (!connectionFrom(p, connection, error)) return usageError("subscribe", error, kSubscribeUsage);
     rtmfmt::Broker broker;
-    if (!broker.connect(url, "rtmonitor subscribe")) {
+    if (!broker.connect(connection, "rtmonitor subscribe")) {
         std::fprintf(stderr, "rtmonitor subscribe: %s\n", broker.error().c_str());
         return kExitInput;
     }
@@ -340,6 +402,7 @@ int subscribeResults(const std::vector<std::string>& args) {
         std::fprintf(stderr, "rtmonitor subscribe: cannot subscribe to %s\n", subject.c_str());
         return kExitInput;
     }
+    if (subscriptionRefused(broker, subject)) return kExitInput;
     natsSubscription_SetPendingLimits(sub, -1, -1);
     std::signal(SIGINT, onInterrupt);
     std::signal(SIGTERM, onInterrupt);

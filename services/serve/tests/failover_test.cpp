@@ -9,42 +9,14 @@
 #include "formats/wire.h"
 #include "nats_harness.h"
 #include "results_check.h"
-#include "synth/recording.h"
+#include "workload.h"
 
 namespace {
 
 using namespace servetest;
 
-constexpr int kDevices = 200;
-constexpr int kSeconds = 120;
 constexpr int kPartitions = 8;
-constexpr uint64_t kFrames = static_cast<uint64_t>(kDevices) * kSeconds;
-
-// Frames interleaved second by second, device ids 1..200, each device its own seed; and the
-// reference: every device's outputs from one uninterrupted handle.
-struct Workload {
-    std::vector<ParamsIn> frames;
-    Reference expected;
-};
-
-const Workload& workload() {
-    static const Workload w = [] {
-        Workload r;
-        std::vector<std::vector<ParamsIn>> perDevice;
-        for (int d = 1; d <= kDevices; ++d) {
-            rtm_synth::SynthOptions o;
-            o.seconds = kSeconds;
-            o.seed = static_cast<uint32_t>(d);
-            o.deviceId = d;
-            perDevice.push_back(rtm_synth::synthesize(o).frames);
-        }
-        for (int s = 0; s < kSeconds; ++s)
-            for (const auto& dev : perDevice) r.frames.push_back(dev[static_cast<size_t>(s)]);
-        r.expected = replayThroughHandles(r.frames);
-        return r;
-    }();
-    return w;
-}
+constexpr uint64_t kFrames = kWorkloadFrames;
 
 class ServeTest : public ServerTest {
 protected:

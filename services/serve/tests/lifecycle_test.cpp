@@ -120,4 +120,31 @@ TEST_F(LifecycleTest, SigtermLeavesFinalSnapshotsAndNoLeasesAndTheNextWorkerCont
     expectResultsEqual(broker.js(), replayThroughHandles(interleaved(0, kSeconds)));
 }
 
+TEST(ServeWire, DeliveriesArePlacedFromBothAcknowledgementSubjectForms) {
+    rtmfmt::Delivery d;
+    ASSERT_TRUE(rtmfmt::parseDelivery("$JS.ACK.RTM_FRAMES.part-3.1.4711.42.1700000000123456789.9", d));
+    EXPECT_EQ(d.streamSeq, 4711u);
+    EXPECT_EQ(d.consumerSeq, 42u);
+    EXPECT_EQ(d.storedNs, 1700000000123456789);
+    EXPECT_EQ(d.pending, 9u);
+    // With a domain and account hash, and a trailing token.
+    ASSERT_TRUE(rtmfmt::parseDelivery("$JS.ACK.hub.ACCHASH.RTM_FRAMES.part-3.2.18446744073709551615.7.5.0.xyz", d));
+    EXPECT_EQ(d.streamSeq, 18446744073709551615u);
+    EXPECT_EQ(d.consumerSeq, 7u);
+    EXPECT_EQ(d.pending, 0u);
+    for (const char* bad :
+         {"", "_INBOX.abc", "$JS.ACK.RTM_FRAMES.part-3.1.x.42.1.9", "$JS.ACK.S.C.1.2.3.4", "$JS.ACK.S.C.1.2.3.4.5.6"})
+        EXPECT_FALSE(rtmfmt::parseDelivery(bad, d)) << bad;
+    EXPECT_FALSE(rtmfmt::parseDelivery(nullptr, d));
+}
+
+TEST(ServeWire, ServerListsSplitOnCommasAndRejectEmptyEntries) {
+    std::vector<std::string> servers;
+    ASSERT_TRUE(rtmfmt::addServers("nats://a:1,nats://b:2", servers));
+    ASSERT_TRUE(rtmfmt::addServers("nats://c:3", servers));
+    EXPECT_EQ(servers, (std::vector<std::string>{"nats://a:1", "nats://b:2", "nats://c:3"}));
+    for (const char* bad : {"", "nats://a:1,", ",nats://a:1", "nats://a:1,,nats://b:2"})
+        EXPECT_FALSE(rtmfmt::addServers(bad, servers)) << bad;
+}
+
 }  // namespace

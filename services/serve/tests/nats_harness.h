@@ -116,19 +116,26 @@ private:
 
 class NatsServer {
 public:
-    // partitions == 0: no subject mapping, as on a server set up without the guide.
-    NatsServer(const std::filesystem::path& dir, int partitions) : dir_(dir), port_(freeLoopbackPort()) {
-        std::ofstream conf(dir_ / "nats.conf");
+    // partitions == 0: no subject mapping, as on a server set up without the guide. `extra` is
+    // more configuration (a cluster block, accounts); `name` names the store folder and the log.
+    NatsServer(const std::filesystem::path& dir, int partitions, const std::string& name = "",
+               const std::string& extra = "", int port = 0)
+        : dir_(dir), name_(name), port_(port > 0 ? port : freeLoopbackPort()) {
+        const std::string suffix = name.empty() ? "" : "_" + name;
+        conf_ = dir_ / ("nats" + suffix + ".conf");
+        log_ = dir_ / ("server" + suffix + ".log");
+        std::ofstream conf(conf_);
+        if (!name.empty()) conf << "server_name: " << name << "\n";
         conf << "listen: 127.0.0.1:" << port_ << "\n"
-             << "jetstream { store_dir: \"" << (dir_ / "store").string() << "\" }\n";
+             << "jetstream { store_dir: \"" << (dir_ / ("store" + suffix)).string() << "\" }\n";
         if (partitions > 0)
             conf << "mappings: { \"rtm.frames.*\": \"rtm.part.{{partition(" << partitions
                  << ",1)}}.{{wildcard(1)}}\" }\n";
+        conf << extra;
     }
     bool start() {
         const size_t before = readyLines();
-        if (!process_.start({findNatsServer(), "-c", (dir_ / "nats.conf").string()}, (dir_ / "server.log").string()))
-            return false;
+        if (!process_.start({findNatsServer(), "-c", conf_.string()}, log_.string())) return false;
         // Ready once it accepts connections and JetStream has recovered its store.
         for (int i = 0; i < 200; ++i) {
             if (readyLines() > before) return true;
@@ -137,8 +144,10 @@ public:
         return false;
     }
     void stop() { process_.kill(SIGTERM); }
+    void kill() { process_.kill(SIGKILL); }
+    const std::string& name() const { return name_; }
     std::string url() const { return "nats://127.0.0.1:" + std::to_string(port_); }
-    std::string log() const { return readText(dir_ / "server.log"); }
+    std::string log() const { return readText(log_); }
 
 private:
     size_t readyLines() const {
@@ -149,9 +158,55 @@ private:
         return n;
     }
 
-    std::filesystem::path dir_;
+    std::filesystem::path dir_, conf_, log_;
+    std::string name_;
     int port_;
     Child process_;
+};
+
+// Three servers on loopback routed into one JetStream cluster, each with its own store.
+class NatsCluster {
+public:
+    NatsCluster(const std::filesystem::path& dir, int partitions, const std::string& extra = "") {
+        constexpr int kSize = 3;
+        std::vector<int> routePorts;
+        for (int i = 0; i < kSize; ++i) routePorts.push_back(freeLoopbackPort());
+        std::string routes;
+        for (int p : routePorts)
+            routes += (routes.empty() ? "" : ", ") + ("nats-route://127.0.0.1:" + std::to_string(p));
+        for (int i = 0; i < kSize; ++i) {
+            const std::string cluster = "cluster { name: rtm, listen: 127.0.0.1:" + std::to_string(routePorts[i]) +
+                                        ", routes: [" + routes + "] }\n";
+            servers_.push_back(
+                std::make_unique<NatsServer>(dir, partitions, "n" + std::to_string(i + 1), cluster + extra));
+        }
+    }
+    bool start() {
+        for (auto& s : servers_)
+            if (!s->start()) return false;
+        return true;
+    }
+    size_t size() const { return servers_.size(); }
+    NatsServer& server(size_t i) { return *servers_[i]; }
+    // The server named `name` (as a stream's cluster information gives it), or size().
+    size_t index(const std::string& name) const {
+        for (size_t i = 0; i < servers_.size(); ++i)
+            if (servers_[i]->name() == name) return i;
+        return servers_.size();
+    }
+    std::string urls() const {
+        std::string u;
+        for (const auto& s : servers_) u += (u.empty() ? "" : ",") + s->url();
+        return u;
+    }
+    std::string logs() const {
+        std::string l;
+        for (const auto& s : servers_) l += "--- " + s->name() + "\n" + s->log();
+        return l;
+    }
+
+private:
+    std::vector<std::unique_ptr<NatsServer>> servers_;
 };
 
 // A scratch folder and a server per test; the folder (with every log) is kept when a test fails.
