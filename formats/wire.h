@@ -28,6 +28,10 @@ constexpr const char* kPartitionCountKey = "config.partitions";
 constexpr const char* kHeaderFrameSeq = "Rtm-Frame-Seq";    // the frame's nFrameSeq
 constexpr const char* kHeaderStreamSeq = "Rtm-Stream-Seq";  // the frame's sequence in the frames stream
 constexpr const char* kHeaderFrameTime = "Rtm-Frame-Time";  // when the frames stream stored it, ns since 1970
+// The payload's layout: absent on the bare 1124-byte record of earlier versions; "2" for the record
+// followed by the frame's beats block (see encodeResultPayload).
+constexpr const char* kHeaderPayload = "Rtm-Payload";
+constexpr const char* kPayloadWithBeats = "2";
 
 constexpr int kMaxPartitions = 1024;
 
@@ -89,9 +93,24 @@ inline void encodeResult(const ParamsOut& out, unsigned char* bytes) {
         for (int b = 0; b < 4; ++b) bytes[4 * i + b] = static_cast<unsigned char>(w >> (8 * b));
     }
 }
+// A result message's payload: the output record (281 little-endian words, 1124 bytes), then the
+// beats the frame confirmed:
+//   uint32 count, then count records of 32 bytes: int64 sample, int32 rr_ms, width_ms, rate,
+//   type, stability, reserved (0); all little-endian, fields as in rtm_beat.
+// A payload is never exactly 1124 bytes, so a reader of the bare record refuses it rather than
+// misreading it, and the Rtm-Payload header says which layout a message holds.
+constexpr size_t kResultBytes = sizeof(ParamsOut);
+constexpr size_t kBeatRecordBytes = 32;
+void encodeResultPayload(const ParamsOut& out, const rtm_beat* beats, size_t count, std::vector<unsigned char>& bytes);
+// Either layout: the bare record (no beats) or the record with its beats block. False when the
+// length fits neither.
+bool decodeResultPayload(const unsigned char* data, size_t len, ParamsOut& out, std::vector<rtm_beat>& beats);
+
 // The output record as one JSON object (the worker's --json results): device, the frame's
-// sequence, the rates, states and posture, and the waveforms as arrays of counts.
-std::string resultJson(int32_t device, int32_t frameSeq, const ParamsOut& out);
+// sequence, the rates, states and posture, the waveforms as arrays of counts and the frame's
+// beats as objects with the fields of rtm_beat.
+std::string resultJson(int32_t device, int32_t frameSeq, const ParamsOut& out, const rtm_beat* beats = nullptr,
+                       size_t count = 0);
 
 inline ParamsOut decodeResult(const unsigned char* bytes) {
     int32_t words[sizeof(ParamsOut) / 4];

@@ -482,7 +482,7 @@ Worker::Outcome Worker::handle(Partition& part, natsMsg* msg) {
             rtm_device_process(dev.handle, &in, &out);
             dev.seq = seq;
             dev.dirty = true;
-            publishResult(id, in, out, seq, d.storedNs);
+            publishResult(id, dev.handle, in, out, seq, d.storedNs);
             ++framesSinceLog_;
         }
     }
@@ -494,21 +494,24 @@ Worker::Outcome Worker::handle(Partition& part, natsMsg* msg) {
 
 // The one place a result is encoded: the output record's words (or JSON text) and the headers
 // that place it.
-void Worker::publishResult(int32_t id, const ParamsIn& frame, const ParamsOut& out, uint64_t seq, int64_t frameTime) {
+void Worker::publishResult(int32_t id, const rtm_device* handle, const ParamsIn& frame, const ParamsOut& out,
+                           uint64_t seq, int64_t frameTime) {
     char subject[32], msgId[48], frameSeq[16], streamSeq[24], stored[24];
     std::snprintf(subject, sizeof subject, "rtm.vitals.%" PRId32, id);
     std::snprintf(msgId, sizeof msgId, "%" PRId32 ".%" PRIu64, id, seq);
     std::snprintf(frameSeq, sizeof frameSeq, "%" PRId32, frame.nFrameSeq);
     std::snprintf(streamSeq, sizeof streamSeq, "%" PRIu64, seq);
     std::snprintf(stored, sizeof stored, "%" PRId64, frameTime);
-    const char* const headers[] = {kHeaderFrameSeq, frameSeq, kHeaderStreamSeq, streamSeq, kHeaderFrameTime, stored};
+    const char* const headers[] = {kHeaderFrameSeq,  frameSeq, kHeaderStreamSeq, streamSeq,
+                                   kHeaderFrameTime, stored,   kHeaderPayload,   kPayloadWithBeats};
+    rtm_beat beats[RTM_BEATS_MAX];
+    const size_t count = std::min<size_t>(rtm_device_beats(handle, beats, RTM_BEATS_MAX), RTM_BEATS_MAX);
     if (opt_.json) {
-        const std::string s = resultJson(id, frame.nFrameSeq, out);
+        const std::string s = resultJson(id, frame.nFrameSeq, out, beats, count);
         broker_.publish(subject, s.data(), static_cast<int>(s.size()), msgId, headers, 3, frameTime);
     } else {
-        unsigned char bytes[sizeof(ParamsOut)];
-        encodeResult(out, bytes);
-        broker_.publish(subject, bytes, sizeof bytes, msgId, headers, 3, frameTime);
+        encodeResultPayload(out, beats, count, payload_);
+        broker_.publish(subject, payload_.data(), static_cast<int>(payload_.size()), msgId, headers, 4, frameTime);
     }
 }
 

@@ -83,7 +83,8 @@ private:
     Outcome loadDevice(int32_t id, Device& dev);
     natsStatus lastSnapshot(int32_t id, natsMsg** msg);
     Outcome snapshotRound(Partition& part);
-    void publishResult(int32_t id, const ParamsIn& frame, const ParamsOut& out, uint64_t seq, int64_t frameTime);
+    void publishResult(int32_t id, const rtm_device* handle, const ParamsIn& frame, const ParamsOut& out, uint64_t seq,
+                       int64_t frameTime);
     void resyncAll();
     void logProgress(double seconds);
     std::string leaseValue() const;
@@ -94,6 +95,7 @@ private:
     const std::atomic<bool>* stop_ = nullptr;
     std::map<int, Partition> owned_;
     std::vector<unsigned char> snapBuf_;
+    std::vector<unsigned char> payload_;  // the result being published, reused
     uint64_t framesSinceLog_ = 0;
     uint64_t reconnectsSeen_ = 0;
     Clock::time_point nextLease_;

@@ -59,4 +59,39 @@ TEST(Wire, JsonNamesEveryValueAndKeepsTheWaveformsInOrder) {
     EXPECT_EQ(json.back(), '}');
 }
 
+TEST(Wire, ResultPayloadCarriesTheBeatsAndRefusesLengthsThatFitNoLayout) {
+    ParamsOut out;
+    for (size_t i = 0; i < sizeof out / 4; ++i) reinterpret_cast<int32_t*>(&out)[i] = static_cast<int32_t>(i * 7919u);
+    const rtm_beat beats[2] = {{(int64_t{1} << 33) + 5, 812, 96, 73, 4, 0, 0}, {-1, 200, 40, 300, 1, 2, 0}};
+    std::vector<unsigned char> bytes;
+    rtmfmt::encodeResultPayload(out, beats, 2, bytes);
+    ASSERT_EQ(bytes.size(), sizeof(ParamsOut) + 4 + 2 * rtmfmt::kBeatRecordBytes);
+    EXPECT_EQ(bytes[sizeof(ParamsOut)], 2);
+    EXPECT_EQ(bytes[sizeof(ParamsOut) + 4 + 4], 2);  // bit 33 of the first sample, little-endian
+    ParamsOut back;
+    std::vector<rtm_beat> got;
+    ASSERT_TRUE(rtmfmt::decodeResultPayload(bytes.data(), bytes.size(), back, got));
+    EXPECT_EQ(std::memcmp(&back, &out, sizeof out), 0);
+    ASSERT_EQ(got.size(), 2u);
+    EXPECT_EQ(got[0].sample, beats[0].sample);
+    EXPECT_EQ(got[1].sample, -1);
+    EXPECT_EQ(got[1].stability, 2);
+    EXPECT_EQ(got[0].rr_ms, 812);
+    // No beats still carries the count, so a payload is never the bare record's length.
+    rtmfmt::encodeResultPayload(out, nullptr, 0, bytes);
+    EXPECT_EQ(bytes.size(), sizeof(ParamsOut) + 4);
+    ASSERT_TRUE(rtmfmt::decodeResultPayload(bytes.data(), sizeof(ParamsOut), back, got));  // the bare record
+    EXPECT_TRUE(got.empty());
+    rtmfmt::encodeResultPayload(out, beats, 2, bytes);
+    std::vector<unsigned char> roomy = bytes;
+    roomy.resize(bytes.size() + rtmfmt::kBeatRecordBytes);
+    for (size_t len : {sizeof(ParamsOut) - 1, sizeof(ParamsOut) + 2, bytes.size() - 1, roomy.size()})
+        EXPECT_FALSE(rtmfmt::decodeResultPayload(roomy.data(), len, back, got)) << len;
+    const std::string json = rtmfmt::resultJson(3, 9, out, beats, 2);
+    EXPECT_NE(json.find(",\"beats\":[{\"sample\":8589934597,\"rr_ms\":812,\"width_ms\":96,\"rate\":73,\"type\":4,"
+                        "\"stability\":0},{\"sample\":-1,"),
+              std::string::npos)
+        << json;
+}
+
 }  // namespace

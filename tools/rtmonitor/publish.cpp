@@ -422,8 +422,10 @@ int subscribeResults(const std::vector<std::string>& args) {
         latency.push_back(ms);
         int32_t id = 0;
         rtmfmt::deviceFromSubject(natsMsg_GetSubject(m), id);
-        if (!quiet && natsMsg_GetDataLength(m) == static_cast<int>(sizeof(ParamsOut))) {
-            const ParamsOut o = rtmfmt::decodeResult(reinterpret_cast<const unsigned char*>(natsMsg_GetData(m)));
+        ParamsOut o;
+        std::vector<rtm_beat> beats;
+        if (!quiet && rtmfmt::decodeResultPayload(reinterpret_cast<const unsigned char*>(natsMsg_GetData(m)),
+                                                  static_cast<size_t>(natsMsg_GetDataLength(m)), o, beats)) {
             std::printf("%d,%s,%d,%d,%d,%d,%d,%.1f\n", id, frameSeq ? frameSeq : "", o.nHeartRate, o.nHeartStatus,
                         o.nBreathRate, o.nBreathState, o.nPosture, ms);
         } else if (!quiet) {
