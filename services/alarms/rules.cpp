@@ -9,7 +9,7 @@ namespace rtmalarms {
 
 namespace {
 
-struct Spec {
+struct AlarmTraits {
     const char* name;
     Priority priority;
     Kind kind;
@@ -20,7 +20,7 @@ struct Spec {
 // short one is not missed); limit alarms medium. Technical alarms never latch: a device that
 // stopped sending is monitored by nothing at all, and a still respiration channel may be a stop of
 // breathing that the library cannot tell from a lost sensor (medium); a noisy ECG is low.
-constexpr Spec kSpecs[kAlarmCount] = {
+constexpr AlarmTraits kTraits[kAlarmCount] = {
     {"hr_high", Priority::Medium, Kind::Physiological, false},
     {"hr_low", Priority::Medium, Kind::Physiological, false},
     {"br_high", Priority::Medium, Kind::Physiological, false},
@@ -32,18 +32,18 @@ constexpr Spec kSpecs[kAlarmCount] = {
     {"offline", Priority::Medium, Kind::Technical, false},
 };
 
-const Spec& spec(AlarmId id) { return kSpecs[static_cast<int>(id)]; }
+const AlarmTraits& traits(AlarmId id) { return kTraits[static_cast<int>(id)]; }
 int idx(AlarmId id) { return static_cast<int>(id); }
 
 std::string num(int v) { return std::to_string(v); }
 
 }  // namespace
 
-const char* alarmName(AlarmId id) { return spec(id).name; }
+const char* alarmName(AlarmId id) { return traits(id).name; }
 
 std::optional<AlarmId> alarmFromName(const std::string& name) {
     for (int i = 0; i < kAlarmCount; ++i)
-        if (name == kSpecs[i].name) return static_cast<AlarmId>(i);
+        if (name == kTraits[i].name) return static_cast<AlarmId>(i);
     return std::nullopt;
 }
 
@@ -119,9 +119,9 @@ void DeviceRules::raise(std::vector<Event>& ev, int64_t now, AlarmId id, const s
     }
     Alarm a;
     a.id = id;
-    a.priority = spec(id).priority;
-    a.kind = spec(id).kind;
-    a.latching = spec(id).latching;
+    a.priority = traits(id).priority;
+    a.kind = traits(id).kind;
+    a.latching = traits(id).latching;
     a.text = text;
     a.value = value;
     a.limit = limit;
