@@ -5,6 +5,7 @@
 // shared record 100 reproduces its reference CSV; the meter prints its table.
 #include <cmath>
 #include <fstream>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -318,6 +319,44 @@ TEST_F(RecordingTest, MeterPrintsOneJudgedRowPerScenario) {
     const std::string json = readFile(path("m.json"));
     EXPECT_EQ(count(json, "\"name\": "), scenarios);
     EXPECT_NE(json.find("\"total\": " + std::to_string(scenarios)), std::string::npos) << json;
+}
+
+// --beats adds a beat-by-beat table after the rate table (which stays as it was) and a "beats"
+// object to every JSON row; a clean fixed rate is found beat for beat, while ventricular bigeminy
+// at 80 bpm loses beats, so the scoring can tell the two apart.
+TEST_F(RecordingTest, MeterBeatsScoresEachScenarioAgainstTheGeneratedPeaks) {
+    const RunResult plain = run("meter");
+    const RunResult m = run("meter --beats --json " + path("mb.json"));
+    ASSERT_EQ(m.status, 0) << m.err;
+    ASSERT_EQ(m.out.compare(0, plain.out.size(), plain.out), 0) << m.out;
+    const auto rows = lines(m.out.substr(plain.out.size()));
+    const size_t scenarios = lines(plain.out).size() - 3;
+    ASSERT_EQ(rows.size(), scenarios + 3);  // blank line, legend, header
+    EXPECT_NE(rows[2].find("sensitivity"), std::string::npos) << rows[2];
+    // The whitespace-separated figures of a scenario's row.
+    auto row = [&](const std::string& name) {
+        std::vector<std::string> r;
+        for (const std::string& line : rows)
+            if (line.rfind(name + "  ", 0) == 0) {
+                std::istringstream s(line.substr(name.size()));
+                for (std::string f; s >> f;) r.push_back(f);
+            }
+        return r;
+    };
+    // reference, detected, missed, false, sensitivity %, predictivity %
+    const auto clean = row("rate 80");
+    ASSERT_EQ(clean.size(), 8u) << m.out;
+    EXPECT_GE(std::stoi(clean[0]), 40);
+    EXPECT_EQ(clean[0], clean[1]);
+    EXPECT_GE(std::stod(clean[4]), 99.0);
+    EXPECT_GE(std::stod(clean[6]), 99.0);
+    const auto bigeminy = row("ventricular bigeminy 80");
+    ASSERT_EQ(bigeminy.size(), 8u) << m.out;
+    EXPECT_LT(std::stod(bigeminy[4]), 90.0);
+
+    const std::string json = readFile(path("mb.json"));
+    EXPECT_EQ(count(json, "\"beats\": {\"reference\": "), scenarios) << json;
+    EXPECT_NE(json.find("\"name\": \"rate 80\""), std::string::npos);
 }
 
 }  // namespace

@@ -9,11 +9,13 @@
 #include <cstdio>
 #include <cstring>
 #include <functional>
+#include <memory>
 #include <sstream>
 #include <string>
 #include <vector>
 
 #include "cli.h"
+#include "evaluation/beat_scoring.h"
 #include "output_file.h"
 #include "rtmonitor.h"
 #include "synth/test_pattern.h"
@@ -21,7 +23,7 @@
 namespace rtmtool {
 
 const char* const kMeterUsage =
-    "usage: rtmonitor meter [--json FILE]\n"
+    "usage: rtmonitor meter [--beats] [--json FILE]\n"
     "\n"
     "Runs the heart-rate meter test set through the library and judges each scenario against the\n"
     "tolerance max(10 %, 5 bpm). ECG only (respiration flat, sensor still), 200 samples/s,\n"
@@ -32,7 +34,12 @@ const char* const kMeterUsage =
     "until the rate reads 0, limit 10 s, and time from the first beat after it until the rate is\n"
     "back within tolerance, limit 10 s. One row per scenario, then \"N of M scenarios pass\".\n"
     "\n"
-    "  --json FILE       also write the rows as JSON\n";
+    "  --beats           also score each scenario beat by beat: the beats the library confirms\n"
+    "                    against the generated R peaks, matched one to one within 150 ms\n"
+    "                    from 5 s to 2 s before the end (start-up and unconfirmable last beats\n"
+    "                    left out): reference and detected beats, sensitivity, positive\n"
+    "                    predictivity\n"
+    "  --json FILE       also write the rows as JSON (with --beats, each row gains \"beats\")\n";
 
 namespace {
 
@@ -42,6 +49,8 @@ constexpr int kSamplesPerSecond = 200;
 constexpr double kCountsPerMv = 200;
 constexpr double kReadingWindowSeconds = 10;
 constexpr double kResponseLimitSeconds = 10;
+constexpr double kBeatSettleSeconds = 5;           // beats before this are not scored
+constexpr double kBeatConfirmSeconds = 2;          // nor those in the last 2 s
 constexpr int32_t kFirstMeterDevice = 0x4d455452;  // device ids no other tool command uses
 
 enum class Kind { Steady, Step, Asystole };
@@ -100,7 +109,14 @@ Beat ventricular() {
     return b;
 }
 
-std::vector<int> runThroughLibrary(const Scenario& s, int32_t device) {
+struct Run {
+    std::vector<int> rates;
+    std::vector<DetectedBeat> beats;
+};
+
+// On a handle of its own, whose outputs are word for word those of a registered device, and which
+// also reports each beat it confirms.
+Run runThroughLibrary(const Scenario& s, int32_t device) {
     const std::vector<double> mv = rtm_synth::renderTestPattern(s.beats, s.pattern);
     ParamsIn in;
     std::memset(&in, 0, sizeof in);
@@ -112,19 +128,54 @@ std::vector<int> runThroughLibrary(const Scenario& s, int32_t device) {
         in.nAccZ[i] = 640;
     }
     ParamsOut out;
-    std::vector<int> rates;
-    initDevice(device);
+    Run run;
+    const std::unique_ptr<rtm_device, void (*)(rtm_device*)> handle(rtm_device_create(), rtm_device_destroy);
+    if (!handle) return run;
+    rtm_beat beats[RTM_BEATS_MAX];
     for (size_t f = 0; f * kSamplesPerSecond < mv.size(); ++f) {
         in.nFrameSeq = static_cast<int32_t>(f);
         for (int i = 0; i < kSamplesPerSecond; ++i) {
             const double v = 512 + std::round(mv[f * kSamplesPerSecond + static_cast<size_t>(i)] * kCountsPerMv);
             in.nHeartData[i] = static_cast<int32_t>(std::clamp(v, 0.0, 1023.0));
         }
-        processSignal(in, &out);
-        rates.push_back(out.nHeartRate);
+        rtm_device_process(handle.get(), &in, &out);
+        run.rates.push_back(out.nHeartRate);
+        const size_t n = std::min<size_t>(rtm_device_beats(handle.get(), beats, RTM_BEATS_MAX), RTM_BEATS_MAX);
+        for (size_t k = 0; k < n; ++k)
+            run.beats.push_back(DetectedBeat{static_cast<double>(beats[k].sample) / kSamplesPerSecond,
+                                             static_cast<double>(f + 1), beats[k].rr_ms});
     }
-    freeDevice(device);
-    return rates;
+    return run;
+}
+
+// The generated R peaks are the reference: the test pattern draws each beat's QRS apex at its time.
+// Scored from kBeatSettleSeconds (the detector learns its thresholds first) to kBeatConfirmSeconds
+// before the end (a beat is confirmed only once the next one has been measured). A detected beat
+// goes with the reference beat nearest to it, when one lies within the matching window, so that a
+// beat at an edge is neither missed nor false for the side its detection happens to fall on.
+BeatScore scoreScenario(const Scenario& s, const std::vector<DetectedBeat>& detected) {
+    const double from = kBeatSettleSeconds, to = s.pattern.seconds - kBeatConfirmSeconds;
+    auto scored = [&](double t) { return t >= from && t < to; };
+    std::vector<double> reference;
+    for (const Beat& b : s.beats)
+        if (scored(b.time)) reference.push_back(b.time);
+    std::vector<DetectedBeat> inWindow;
+    for (const DetectedBeat& d : detected) {
+        double nearest = d.time, distance = kBeatMatchWindow;
+        for (const Beat& b : s.beats)
+            if (std::fabs(b.time - d.time) <= distance) {
+                distance = std::fabs(b.time - d.time);
+                nearest = b.time;
+            }
+        if (scored(nearest)) inWindow.push_back(d);
+    }
+    return scoreBeats(inWindow, reference, s.pattern.seconds);
+}
+
+std::string percent(double share) {
+    char b[32];
+    std::snprintf(b, sizeof b, "%.1f %%", 100 * share);
+    return b;
 }
 
 double medianOfLast(const std::vector<int>& rates, size_t count) {
@@ -305,7 +356,27 @@ std::vector<std::string> tableRow(const Scenario& s, const Outcome& o) {
     return {s.name, num(s.expected), num(o.reading), tol, times, o.pass ? "pass" : "FAIL: " + o.reason, s.waveform};
 }
 
-std::string jsonRow(const Scenario& s, const Outcome& o) {
+std::vector<std::string> beatsRow(const Scenario& s, const BeatScore& b) {
+    auto share = [](double v) { return std::isnan(v) ? std::string("-") : percent(v); };
+    return {s.name,
+            std::to_string(b.reference),
+            std::to_string(b.detected),
+            std::to_string(b.missed),
+            std::to_string(b.falseBeats),
+            share(b.sensitivity),
+            share(b.predictivity)};
+}
+
+std::string beatsJson(const BeatScore& b) {
+    auto share = [](double v) { return std::isnan(v) ? std::string("null") : num(v); };
+    return "{\"reference\": " + std::to_string(b.reference) + ", \"detected\": " + std::to_string(b.detected) +
+           ", \"matched\": " + std::to_string(b.matched) + ", \"missed\": " + std::to_string(b.missed) +
+           ", \"false\": " + std::to_string(b.falseBeats) + ", \"sensitivity\": " + share(b.sensitivity) +
+           ", \"positive_predictivity\": " + share(b.predictivity) + "}";
+}
+
+// `beats`: the row's "beats" object, or "" to leave it out.
+std::string jsonRow(const Scenario& s, const Outcome& o, const std::string& beats) {
     std::ostringstream json;
     json << "{\"name\": " << jsonText(s.name) << ", \"waveform\": " << jsonText(s.waveform)
          << ", \"expected_bpm\": " << num(s.expected) << ", \"reading_bpm\": " << num(o.reading)
@@ -316,12 +387,13 @@ std::string jsonRow(const Scenario& s, const Outcome& o) {
              << ", \"time_to_recover_s\": " << (o.time2 < 0 ? "null" : num(o.time2));
     json << ", \"pass\": " << (o.pass ? "true" : "false");
     if (!o.pass) json << ", \"reason\": " << jsonText(o.reason);
+    if (!beats.empty()) json << ", \"beats\": " << beats;
     json << "}";
     return json.str();
 }
 
-// Left-aligned text columns, numbers right-aligned; the last column unpadded.
-void printTable(const std::vector<std::vector<std::string>>& rows) {
+// Left-aligned text columns, numbers (columns 1..lastNumber) right-aligned; the last column unpadded.
+void printTable(const std::vector<std::vector<std::string>>& rows, size_t lastNumber) {
     std::vector<size_t> width(rows[0].size(), 0);
     for (const auto& r : rows)
         for (size_t c = 0; c < r.size(); ++c) width[c] = std::max(width[c], r[c].size());
@@ -329,7 +401,7 @@ void printTable(const std::vector<std::vector<std::string>>& rows) {
         std::string line;
         for (size_t c = 0; c < r.size(); ++c) {
             const std::string pad(width[c] - r[c].size(), ' ');
-            const bool right = c >= 1 && c <= 4;
+            const bool right = c >= 1 && c <= lastNumber;
             line += c + 1 == r.size() ? r[c] : (right ? pad + r[c] : r[c] + pad) + "  ";
         }
         std::printf("%s\n", line.c_str());
@@ -339,7 +411,7 @@ void printTable(const std::vector<std::vector<std::string>>& rows) {
 }  // namespace
 
 int runMeter(const std::vector<std::string>& args) {
-    static const CommandSpec kCommand{"meter", kMeterUsage, {{"--json"}, {}}};
+    static const CommandSpec kCommand{"meter", kMeterUsage, {{"--json"}, {"--beats"}}};
     ParsedArgs p;
     int status = kExitOk;
     if (!parseCommand(kCommand, args, p, status)) return status;
@@ -360,19 +432,31 @@ int runMeter(const std::vector<std::string>& args) {
     // Rows are gathered first so each column is as wide as its widest entry.
     std::vector<std::vector<std::string>> rows{
         {"scenario", "expected", "reading", "tol", "times s", "result", "waveform"}};
+    const bool withBeats = p.flags.count("--beats") > 0;
+    std::vector<std::vector<std::string>> beatRows{
+        {"scenario", "reference", "detected", "missed", "false", "sensitivity", "+predictivity"}};
     int passed = 0;
     for (size_t i = 0; i < list.size(); ++i) {
         const Scenario& s = list[i];
-        const std::vector<int> rates = runThroughLibrary(s, kFirstMeterDevice + static_cast<int32_t>(i));
-        const Outcome o = judge(s, rates);
+        const Run run = runThroughLibrary(s, kFirstMeterDevice + static_cast<int32_t>(i));
+        const Outcome o = judge(s, run.rates);
         passed += o.pass ? 1 : 0;
         rows.push_back(tableRow(s, o));
-        json << (i ? "," : "") << "\n    " << jsonRow(s, o);
+        const BeatScore b = scoreScenario(s, run.beats);
+        if (withBeats) beatRows.push_back(beatsRow(s, b));
+        json << (i ? "," : "") << "\n    " << jsonRow(s, o, withBeats ? beatsJson(b) : "");
     }
-    printTable(rows);
+    printTable(rows, 4);
     std::printf("times: rate steps, seconds to the new rate; asystole, seconds to read 0 / to recover (limits %g s)\n",
                 kResponseLimitSeconds);
     std::printf("%d of %zu scenarios pass\n", passed, list.size());
+    if (withBeats) {
+        std::printf(
+            "\nbeats: confirmed beats against the generated R peaks, matched one to one within %g ms, from %g s "
+            "to %g s before the end\n",
+            kBeatMatchWindow * 1000, kBeatSettleSeconds, kBeatConfirmSeconds);
+        printTable(beatRows, beatRows[0].size());
+    }
     json << "\n  ],\n  \"passed\": " << passed << ",\n  \"total\": " << list.size() << "\n}\n";
     if (p.values.count("--json") && !writeWholeFile(p.values["--json"], json.str(), error)) {
         std::fprintf(stderr, "rtmonitor meter: %s: cannot write: %s\n", p.values["--json"].c_str(), error.c_str());
