@@ -7,7 +7,9 @@
 BUILD ?= build
 JOBS ?= $(shell nproc 2>/dev/null || echo 2)
 CMAKE_ARGS ?=
-CTEST_ARGS ?=
+# Labels the parallel run leaves out, and whether the cluster cases then run on their own.
+CTEST_EXCLUDE ?= cluster
+CLUSTER_TESTS ?= 1
 PREFIX ?=
 PREREQS := scripts/prereqs
 
@@ -39,7 +41,10 @@ test:
 	@# A build tree configured with the tests switched off: switch them on.
 	@test -f $(BUILD)/tests/CTestTestfile.cmake || cmake -S . -B $(BUILD) -DRTMONITOR_TESTS=ON $(CMAKE_ARGS)
 	@$(MAKE) --no-print-directory build
-	cd $(BUILD) && ctest --output-on-failure -j $(JOBS) $(CTEST_ARGS)
+	cd $(BUILD) && ctest --output-on-failure -j $(JOBS) -LE '$(CTEST_EXCLUDE)'
+	@# The three-server cases kill servers mid-run; while one of three is down, nats-server 2.9 can
+	@# time out creating a replicated consumer, so each case gets a second try of its own.
+	$(if $(filter 1,$(CLUSTER_TESTS)),cd $(BUILD) && ctest --output-on-failure -L cluster --repeat until-pass:2)
 
 # Only the tool and the library it links are built; GoogleTest is not needed.
 demo:
@@ -75,7 +80,7 @@ install: build
 # processes, and the worker and alarms code they drive runs sanitized in the serve and alarms cases.
 asan:
 	@$(MAKE) --no-print-directory test BUILD=build-asan CMAKE_ARGS="-DRTMONITOR_SANITIZE=ON -DRTMONITOR_BENCH=OFF" \
-	  CTEST_ARGS="-LE 'cluster|station'"
+	  CTEST_EXCLUDE='cluster|station' CLUSTER_TESTS=0
 
 # The suite again with the thread sanitizer (build-tsan); by default only the concurrency stress
 # test is built and run (TSAN_TESTS= builds and runs every test, TSAN_TESTS="<group> ..." some).
