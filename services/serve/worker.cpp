@@ -54,6 +54,15 @@ Worker::Worker(Broker& broker, const WorkerOptions& options, int partitions)
 
 Worker::~Worker() {
     while (!owned_.empty()) drop(owned_.begin()->first, "");
+    for (auto& r : retired_) natsSubscription_Destroy(r.second);
+}
+
+void Worker::destroyRetired(bool all) {
+    const auto now = Clock::now();
+    while (!retired_.empty() && (all || now - retired_.front().first > std::chrono::seconds(10))) {
+        natsSubscription_Destroy(retired_.front().second);
+        retired_.pop_front();
+    }
 }
 
 std::string Worker::leaseValue() const {
@@ -70,6 +79,7 @@ int Worker::run(const std::atomic<bool>& stop) {
     std::printf("rtmonitor-serve %s: started, %d partitions in the stream\n", opt_.name.c_str(), partitions_);
     std::fflush(stdout);
     while (!stop.load()) {
+        destroyRetired(false);
         renewLeasesIfDue();
         if (broker_.reconnects() != reconnectsSeen_) {
             reconnectsSeen_ = broker_.reconnects();
@@ -311,8 +321,10 @@ bool Worker::openConsumer(Partition& part, uint64_t startSeq) {
 
 void Worker::closeConsumer(Partition& part) {
     if (part.sub != nullptr) {
+        // The client's reader thread can still be handing this subscription a late fetch
+        // response (a crash seen under load when it was freed at once): it is freed a little later.
         natsSubscription_Unsubscribe(part.sub);
-        natsSubscription_Destroy(part.sub);
+        retired_.emplace_back(Clock::now(), part.sub);
         part.sub = nullptr;
     }
     natsMsg_Destroy(part.lastMsg);

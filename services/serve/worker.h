@@ -10,6 +10,7 @@
 #include <atomic>
 #include <chrono>
 #include <cstdint>
+#include <deque>
 #include <map>
 #include <string>
 #include <vector>
@@ -75,6 +76,7 @@ private:
     natsStatus readLease(int p, std::string& owner, int64_t& expiry, uint64_t& rev);
     bool openConsumer(Partition& part, uint64_t startSeq);
     void closeConsumer(Partition& part);
+    void destroyRetired(bool all);
     void drop(int p, const std::string& why);
     bool release(int p);
     void poll(Partition& part);
@@ -95,7 +97,8 @@ private:
     const std::atomic<bool>* stop_ = nullptr;
     std::map<int, Partition> owned_;
     std::vector<unsigned char> snapBuf_;
-    std::vector<unsigned char> payload_;  // the result being published, reused
+    std::vector<unsigned char> payload_;                                   // the result being published, reused
+    std::deque<std::pair<Clock::time_point, natsSubscription*>> retired_;  // closed consumers, freed later
     uint64_t framesSinceLog_ = 0;
     uint64_t reconnectsSeen_ = 0;
     Clock::time_point nextLease_;
