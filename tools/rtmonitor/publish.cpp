@@ -402,7 +402,10 @@ int subscribeResults(const std::vector<std::string>& args) {
         std::fprintf(stderr, "rtmonitor subscribe: cannot subscribe to %s\n", subject.c_str());
         return kExitInput;
     }
-    if (subscriptionRefused(broker, subject)) return kExitInput;
+    if (subscriptionRefused(broker, subject)) {
+        natsSubscription_Destroy(sub);
+        return kExitInput;
+    }
     natsSubscription_SetPendingLimits(sub, -1, -1);
     std::signal(SIGINT, onInterrupt);
     std::signal(SIGTERM, onInterrupt);
