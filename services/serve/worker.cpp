@@ -280,7 +280,53 @@ bool Worker::tryAcquire(int p) {
     return true;
 }
 
+// A consumer that would hand out next exactly the frame we want: one made by an earlier attempt
+// whose answer came too late (it has handed out nothing yet), or one with nothing outstanding
+// beyond its acknowledged floor. Making a consumer again costs a leader election on a cluster,
+// and a server that is down slows elections past the client's wait: deleting the late one each
+// time would never end.
+bool Worker::consumerStartsAt(const std::string& durable, uint64_t startSeq, uint64_t& delivered) {
+    jsConsumerInfo* ci = nullptr;
+    if (js_GetConsumerInfo(&ci, broker_.js(), kFramesStream, durable.c_str(), nullptr, nullptr) != NATS_OK)
+        return false;
+    const jsConsumerConfig* c = ci->Config;
+    const bool fresh = ci->Delivered.Consumer == 0 &&
+                       (startSeq > 1 ? c->DeliverPolicy == js_DeliverByStartSequence && c->OptStartSeq == startSeq
+                                     : c->DeliverPolicy == js_DeliverAll);
+    const bool settled = ci->Delivered.Consumer > 0 && ci->NumAckPending == 0 && ci->NumRedelivered == 0 &&
+                         ci->AckFloor.Stream == ci->Delivered.Stream && ci->AckFloor.Stream + 1 == startSeq;
+    delivered = ci->Delivered.Consumer;
+    jsConsumerInfo_Destroy(ci);
+    return fresh || settled;
+}
+
 bool Worker::openConsumer(Partition& part, uint64_t startSeq) {
+    const std::string durable = consumerName(part.index);
+    const std::string filter = partitionSubject(part.index);
+    uint64_t delivered = 0;
+    if (!consumerStartsAt(durable, startSeq, delivered)) {
+        if (!makeConsumer(part, startSeq)) return false;
+        delivered = 0;
+    }
+    jsSubOptions so;
+    jsSubOptions_Init(&so);
+    so.Stream = kFramesStream;
+    so.Consumer = durable.c_str();
+    so.ManualAck = true;
+    const natsStatus s =
+        js_PullSubscribe(&part.sub, broker_.js(), filter.c_str(), durable.c_str(), nullptr, &so, nullptr);
+    if (s != NATS_OK) {
+        std::fprintf(stderr, "rtmonitor-serve %s: cannot subscribe to %s: %s\n", opt_.name.c_str(), durable.c_str(),
+                     statusText(s).c_str());
+        part.sub = nullptr;
+        return false;
+    }
+    part.lastDseq = delivered;
+    part.lostSuspect = 0;
+    return true;
+}
+
+bool Worker::makeConsumer(const Partition& part, uint64_t startSeq) {
     const std::string durable = consumerName(part.index);
     const std::string filter = partitionSubject(part.index);
     js_DeleteConsumer(broker_.js(), kFramesStream, durable.c_str(), nullptr, nullptr);
@@ -303,19 +349,6 @@ bool Worker::openConsumer(Partition& part, uint64_t startSeq) {
                      statusText(s).c_str());
         return false;
     }
-    jsSubOptions so;
-    jsSubOptions_Init(&so);
-    so.Stream = kFramesStream;
-    so.Consumer = durable.c_str();
-    so.ManualAck = true;
-    s = js_PullSubscribe(&part.sub, broker_.js(), filter.c_str(), durable.c_str(), nullptr, &so, nullptr);
-    if (s != NATS_OK) {
-        std::fprintf(stderr, "rtmonitor-serve %s: cannot subscribe to %s: %s\n", opt_.name.c_str(), durable.c_str(),
-                     statusText(s).c_str());
-        part.sub = nullptr;
-        return false;
-    }
-    part.lastDseq = 0;
     return true;
 }
 
@@ -380,7 +413,10 @@ bool Worker::deliveriesLost(Partition& part) {
     if (js_GetConsumerInfo(&ci, broker_.js(), kFramesStream, consumerName(part.index).c_str(), nullptr, &jerr) !=
         NATS_OK)
         return jerr == JSConsumerNotFoundErr;  // gone with its server: make it again
-    const bool lost = ci->Delivered.Consumer > part.lastDseq;
+    // A delivery still on its way (from another server of a cluster) looks lost for a moment:
+    // only what has not come by the next check counts.
+    const bool lost = part.lostSuspect > part.lastDseq;
+    part.lostSuspect = ci->Delivered.Consumer > part.lastDseq ? ci->Delivered.Consumer : 0;
     jsConsumerInfo_Destroy(ci);
     return lost;
 }
@@ -403,7 +439,10 @@ void Worker::poll(Partition& part) {
     const natsStatus s = natsSubscription_Fetch(&list, part.sub, opt_.batch, waitMs, &jerr);
     Outcome o = Outcome::Ok;
     if (list.Count == 0) {
-        if (s == NATS_TIMEOUT && deliveriesLost(part)) o = Outcome::Resync;
+        if (s == NATS_TIMEOUT && deliveriesLost(part)) {
+            o = Outcome::Resync;
+            resyncWhy_ = "the consumer handed out frames that never came";
+        }
     }
     for (int i = 0; i < list.Count && o == Outcome::Ok; ++i) {
         o = handle(part, list.Msgs[i]);
@@ -413,6 +452,9 @@ void Worker::poll(Partition& part) {
     if (o == Outcome::Resync) {
         // A delivery went missing (the server restarted mid-fetch): ask again from the floor;
         // frames analysed already are skipped by their devices.
+        std::printf("rtmonitor-serve %s: partition %d continues from stream sequence %" PRIu64 ": %s\n",
+                    opt_.name.c_str(), part.index, part.ackedSeq + 1, resyncWhy_.c_str());
+        std::fflush(stdout);
         closeConsumer(part);
         part.retryAt = Clock::now();
     }
@@ -461,6 +503,7 @@ Worker::Outcome Worker::handle(Partition& part, natsMsg* msg) {
     part.backlog = d.pending;
     if (d.consumerSeq != part.lastDseq + 1) {
         natsMsg_Destroy(msg);
+        resyncWhy_ = "a delivery is missing";
         return Outcome::Resync;
     }
     part.lastDseq = d.consumerSeq;
@@ -481,6 +524,7 @@ Worker::Outcome Worker::handle(Partition& part, natsMsg* msg) {
                 return Outcome::Resync;
             }
             if (loadDevice(id, dev) != Outcome::Ok) {
+                resyncWhy_ = "device " + std::to_string(id) + "'s snapshot could not be read";
                 rtm_device_destroy(dev.handle);
                 natsMsg_Destroy(msg);
                 return Outcome::Resync;

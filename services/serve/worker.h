@@ -60,6 +60,7 @@ private:
         natsSubscription* sub = nullptr;
         uint64_t ackedSeq = 0;       // every frame up to here is covered by snapshots
         uint64_t lastDseq = 0;       // consumer's delivery count of the last message seen
+        uint64_t lostSuspect = 0;    // deliveries the consumer counted but we had not seen at the last check
         natsMsg* lastMsg = nullptr;  // last message handled, acknowledged (with all before it) at the next round
         uint64_t lastMsgSeq = 0;
         uint64_t backlog = 0;         // frames the consumer still holds after the last one seen
@@ -75,6 +76,8 @@ private:
     bool tryAcquire(int p);
     natsStatus readLease(int p, std::string& owner, int64_t& expiry, uint64_t& rev);
     bool openConsumer(Partition& part, uint64_t startSeq);
+    bool consumerStartsAt(const std::string& durable, uint64_t startSeq, uint64_t& delivered);
+    bool makeConsumer(const Partition& part, uint64_t startSeq);
     void closeConsumer(Partition& part);
     void destroyRetired(bool all);
     void drop(int p, const std::string& why);
@@ -99,6 +102,7 @@ private:
     std::vector<unsigned char> snapBuf_;
     std::vector<unsigned char> payload_;                                   // the result being published, reused
     std::deque<std::pair<Clock::time_point, natsSubscription*>> retired_;  // closed consumers, freed later
+    std::string resyncWhy_;  // why the last partition had to start again from its floor
     uint64_t framesSinceLog_ = 0;
     uint64_t reconnectsSeen_ = 0;
     Clock::time_point nextLease_;
