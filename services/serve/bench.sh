@@ -108,13 +108,17 @@ backlog_run() {
     before_server=$(sum_cpu "${servers[@]}")
     for w in $(seq "$workers"); do start_worker "w$w"; done
     wait "$sub"
-    local worker_cpu server_cpu rate
+    local worker_cpu server_cpu rate main_cpu=0 p
     worker_cpu=$(sum_cpu "${pids[@]}")
+    # Each worker's own thread (analysis, publishing), apart from the NATS client's threads.
+    for p in "${pids[@]}"; do main_cpu=$(echo "$main_cpu + $(cpu "$p/task/$p" 2> /dev/null || echo 0)" | bc -l); done
     server_cpu=$(echo "$(sum_cpu "${servers[@]}") - $before_server" | bc -l)
     rate=$(sed -n 's/.* \([0-9]*\) results\/s.*/\1/p' "$dir/sub.log")
     echo "backlog of $backlog frames ($DEVICES devices), $size server(s), $workers worker(s): $rate frames/s;" \
         "CPU per frame: workers $(us_per_frame "$worker_cpu" "$backlog") us" \
-        "($(echo "scale=2; $worker_cpu / $replay_cpu / ($DEVICES / 16)" | bc -l) x the analysis)," \
+        "($(echo "scale=2; $worker_cpu / $replay_cpu / ($DEVICES / 16)" | bc -l) x the analysis;" \
+        "own thread $(us_per_frame "$main_cpu" "$backlog") us, client threads" \
+        "$(us_per_frame "$(echo "$worker_cpu - $main_cpu" | bc -l)" "$backlog") us)," \
         "server(s) $(us_per_frame "$server_cpu" "$backlog") us"
 }
 
