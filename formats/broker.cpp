@@ -138,6 +138,13 @@ bool Broker::connect(const ConnectOptions& o, const std::string& name) {
                  "--tls-key, and that the URL names the host in the server's certificate";
         return false;
     }
+    if (s == NATS_PROTOCOL_ERROR && (!o.tlsCa.empty() || !o.tlsCert.empty())) {
+        // A server that asks for client certificates closes the connection right after the handshake.
+        error_ = "the NATS server at " + list + " closed the TLS connection (" + statusText(s) +
+                 "): it may ask for a client certificate; give --tls-cert and --tls-key, signed by an authority "
+                 "the server trusts";
+        return false;
+    }
     if (s != NATS_OK) {
         error_ = "cannot reach the NATS server at " + list + ": " + statusText(s) +
                  "; is nats-server running with JetStream enabled there?";
