@@ -65,9 +65,9 @@ inline void expectResultsEqual(jsCtx* js, const Reference& ref) {
     jsSubOptions_Init(&so);
     so.Stream = rtmfmt::kResultsStream;
     so.Config.AckPolicy = js_AckNone;
-    so.Config.Replicas = 1;  // a reader of our own: no election to wait for
     natsSubscription* sub = nullptr;
-    // A cluster that lost a server may take longer than the client waits to make the reader.
+    // A cluster that lost a server may take longer than the client waits to make the reader (it
+    // is replicated like the stream: a one-server reader could be placed on the lost server).
     natsStatus made = NATS_TIMEOUT;
     for (int attempt = 0; attempt < 6 && made == NATS_TIMEOUT; ++attempt)
         made = js_PullSubscribe(&sub, js, "rtm.vitals.*", "check", nullptr, &so, nullptr);
