@@ -1,5 +1,7 @@
 #include "formats/broker.h"
 
+#include "formats/options.h"
+
 #include <unistd.h>
 
 #include <chrono>
@@ -43,6 +45,23 @@ bool addServers(const std::string& value, std::vector<std::string>& servers) {
         if (comma == std::string::npos) return true;
         from = comma + 1;
     }
+}
+
+bool connectOptionsFrom(const ParsedArgs& p, ConnectOptions& o, std::string& error) {
+    if (p.has("--server") && !addServers(p.value("--server"), o.servers)) {
+        error = "--server needs a URL or a comma-separated list of them, not '" + p.value("--server") + "'";
+        return false;
+    }
+    o.creds = p.value("--creds");
+    o.user = p.value("--user");
+    o.password = p.value("--password");
+    o.tlsCa = p.value("--tls-ca");
+    o.tlsCert = p.value("--tls-cert");
+    o.tlsKey = p.value("--tls-key");
+    if (o.tlsCert.empty() != o.tlsKey.empty()) error = "--tls-cert and --tls-key go together";
+    else if (!o.password.empty() && o.user.empty()) error = "--password needs --user";
+    else if (!o.creds.empty() && !o.user.empty()) error = "give --creds or --user, not both";
+    return error.empty();
 }
 
 void Broker::onReconnected(natsConnection*, void* closure) { ++static_cast<Broker*>(closure)->reconnects_; }

@@ -32,6 +32,12 @@ struct ConnectOptions {
 // one of them is empty.
 bool addServers(const std::string& value, std::vector<std::string>& servers);
 
+struct ParsedArgs;
+// The server list, credentials and TLS files of a parsed command line (--server, --creds,
+// --user, --password, --tls-ca, --tls-cert, --tls-key); false with `error` set when they do not
+// fit together.
+bool connectOptionsFrom(const ParsedArgs& p, ConnectOptions& o, std::string& error);
+
 // Where a message handed out by a consumer sits, read from its acknowledgement subject without
 // the client's allocating parser.
 struct Delivery {

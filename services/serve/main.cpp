@@ -74,14 +74,7 @@ int serve(int argc, char** argv) {
         case rtmfmt::ParseOutcome::Run: break;
     }
     rtmfmt::ConnectOptions conn;
-    if (p.has("--server") && !rtmfmt::addServers(p.value("--server"), conn.servers))
-        return usage("--server needs a URL or a comma-separated list of them, not '" + p.value("--server") + "'");
-    conn.creds = p.value("--creds");
-    conn.user = p.value("--user");
-    conn.password = p.value("--password");
-    conn.tlsCa = p.value("--tls-ca");
-    conn.tlsCert = p.value("--tls-cert");
-    conn.tlsKey = p.value("--tls-key");
+    if (!rtmfmt::connectOptionsFrom(p, conn, error)) return usage(error);
     rtmserve::WorkerOptions opt;
     opt.name = p.value("--name");
     opt.json = p.has("--json");
@@ -96,8 +89,6 @@ int serve(int argc, char** argv) {
         !rtmfmt::numberOption(p, "--duplicate-window", 1, 86400, false, window, error))
         return usage(error);
     opt.batch = static_cast<int>(batch);
-    if (conn.tlsCert.empty() != conn.tlsKey.empty()) return usage("--tls-cert and --tls-key go together");
-    if (!conn.password.empty() && conn.user.empty()) return usage("--password needs --user");
     if (!conn.creds.empty() && !conn.user.empty()) return usage("give --creds or --user, not both");
     if (opt.name.empty()) {
         char host[256] = "worker";

@@ -103,24 +103,6 @@ std::set<std::string> withConnection(std::set<std::string> options) {
     return options;
 }
 
-// The server list, credentials and TLS files; false with `error` set when they do not fit together.
-bool connectionFrom(const ParsedArgs& p, rtmfmt::ConnectOptions& o, std::string& error) {
-    if (p.has("--server") && !rtmfmt::addServers(p.value("--server"), o.servers)) {
-        error = "--server needs a URL or a comma-separated list of them, not '" + p.value("--server") + "'";
-        return false;
-    }
-    o.creds = p.value("--creds");
-    o.user = p.value("--user");
-    o.password = p.value("--password");
-    o.tlsCa = p.value("--tls-ca");
-    o.tlsCert = p.value("--tls-cert");
-    o.tlsKey = p.value("--tls-key");
-    if (o.tlsCert.empty() != o.tlsKey.empty()) error = "--tls-cert and --tls-key go together";
-    else if (!o.password.empty() && o.user.empty()) error = "--password needs --user";
-    else if (!o.creds.empty() && !o.user.empty()) error = "give --creds or --user, not both";
-    return error.empty();
-}
-
 // A refused subscription is reported on the side, just before the answer to a flush; true
 // (with the message printed) when the server refused this one.
 bool subscriptionRefused(rtmfmt::Broker& broker, const std::string& subject) {
@@ -317,7 +299,7 @@ int publishFrames(const std::vector<std::string>& args) {
         return usageError("publish", "--copies needs a whole number 1..100000, not '" + p.value("--copies") + "'",
                           kPublishUsage);
     rtmfmt::ConnectOptions connection;
-    if (!connectionFrom(p, connection, error)) return usageError("publish", error, kPublishUsage);
+    if (!rtmfmt::connectOptionsFrom(p, connection, error)) return usageError("publish", error, kPublishUsage);
     const std::string path = p.positional[0];
     SourceOptions recordingOptions;
     if (!sourceOptionsFrom(p.values, recordingOptions, error)) return usageError("publish", error, kPublishUsage);
@@ -391,7 +373,7 @@ int subscribeResults(const std::vector<std::string>& args) {
     const bool quiet = p.flags.count("--quiet") > 0;
     rtmfmt::ConnectOptions connection;
     std::string error;
-    if (!connectionFrom(p, connection, error)) return usageError("subscribe", error, kSubscribeUsage);
+    if (!rtmfmt::connectOptionsFrom(p, connection, error)) return usageError("subscribe", error, kSubscribeUsage);
     rtmfmt::Broker broker;
     if (!broker.connect(connection, "rtmonitor subscribe")) {
         std::fprintf(stderr, "rtmonitor subscribe: %s\n", broker.error().c_str());
